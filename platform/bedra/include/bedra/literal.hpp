@@ -1,0 +1,89 @@
+// Constant strings: "text"_br is an immortal BRStringRef in read-only data, its hash computed by the compiler.
+//
+//   using namespace br::literals;
+//   BRDictionaryGetValue(dictionary, "timescale"_br);
+//   extern "C" const BRStringRef kPVTimeScaleKey = "timescale"_br;    // constant-initialised
+#ifndef BEDRA_LITERAL_HPP
+#define BEDRA_LITERAL_HPP
+
+#include <bedra/object.hpp>
+
+#include <cstring>
+#include <type_traits>
+
+// An immutable string: its UTF-8 bytes and a NUL stand behind the struct. A mutable one (kClassFlag0) is larger; see
+// the implementation.
+struct BRString : BRObject {
+  static constexpr const char* className = "BRString";
+  static constexpr BRTypeID builtInTypeID = br::kStringTypeID;
+
+  explicit BRString(size_t length) : lengthBytes(length) {}
+  constexpr BRString(size_t length, uint32_t hash)
+      : BRObject(br::kStringTypeID, 0, br::kImmortalCount, hash), lengthBytes(length) {}
+  ~BRString() = default;
+
+  bool isMutable() const { return flags & br::kClassFlag0; }
+
+  size_t lengthBytes;
+};
+
+namespace br {
+
+// The hash of a string's bytes, never 0. Eight bytes a step, low byte first.
+constexpr uint32_t hashStringBytes(const char* bytes, size_t length) {
+  constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15u;
+  auto load = [](const char* from, size_t count) {
+    uint64_t word = 0;
+    if (!std::is_constant_evaluated()) {
+      std::memcpy(&word, from, count);
+      return word;
+    }
+    for (size_t i = 0; i < count; ++i) word |= uint64_t{static_cast<uint8_t>(from[i])} << (8 * i);
+    return word;
+  };
+  auto mix = [](uint64_t state, uint64_t word) {
+    unsigned __int128 product = static_cast<unsigned __int128>(state ^ word) * kMultiplier;
+    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+  };
+  uint64_t state = length + kMultiplier;
+  while (length >= 8) {
+    state = mix(state, load(bytes, 8));
+    bytes += 8;
+    length -= 8;
+  }
+  state = mix(state, load(bytes, length));
+  uint32_t folded = static_cast<uint32_t>(state ^ (state >> 32));
+  return folded ? folded : 1;
+}
+
+// A literal's characters as a template argument.
+template <size_t N>
+struct LiteralText {
+  char text[N];
+  constexpr LiteralText(const char (&literal)[N]) {
+    for (size_t i = 0; i < N; ++i) text[i] = literal[i];
+  }
+};
+
+template <size_t N>
+struct LiteralString : BRString {
+  char bytes[N];
+  constexpr explicit LiteralString(const LiteralText<N>& literal)
+      : BRString(N - 1, hashStringBytes(literal.text, N - 1)), bytes{} {
+    for (size_t i = 0; i < N; ++i) bytes[i] = literal.text[i];
+  }
+};
+
+template <LiteralText Text>
+inline constinit const LiteralString<sizeof(Text.text)> kLiteral{Text};
+
+namespace literals {
+template <LiteralText Text>
+constexpr BRStringRef operator""_br() {
+  return &kLiteral<Text>;
+}
+}  // namespace literals
+
+}  // namespace br
+
+#endif

@@ -1,0 +1,28 @@
+// What Bedra's own files share.
+#ifndef BEDRA_SRC_INTERNAL_HPP
+#define BEDRA_SRC_INTERNAL_HPP
+
+#include <bedra/object.hpp>
+
+namespace br {
+
+// The classes with IDs known at compile time.
+extern const BRRuntimeClass allocatorClass;
+extern const BRRuntimeClass stringClass;
+extern const BRRuntimeClass booleanClass;
+extern const BRRuntimeClass nullClass;
+
+// Tells every weak reference to the object that it is gone. The object's count is 0; after the call no weak reference
+// reads the object any more.
+void clearWeakReferences(BRObject* object);
+
+// Pointers are aligned: the low bits alone would crowd a table.
+inline BRHashCode hashPointer(const void* pointer) {
+  uint64_t bits = reinterpret_cast<uintptr_t>(pointer);
+  bits ^= bits >> 32;
+  return bits * 0x9E3779B97F4A7C15u >> 16 ^ bits;
+}
+
+}  // namespace br
+
+#endif
