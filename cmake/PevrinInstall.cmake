@@ -1,0 +1,20 @@
+# cmake --install: libraries, headers, the command, pevrin.pc and the CMake package.
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Pevrin)
+
+set_target_properties(bedra imlay pevrin PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS bedra imlay pevrin EXPORT PevrinTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/ platform/bedra/include/ platform/imlay/include/
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
+
+install(EXPORT PevrinTargets NAMESPACE Pevrin:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/PevrinConfig.cmake.in ${PROJECT_BINARY_DIR}/PevrinConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/PevrinConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/PevrinConfig.cmake ${PROJECT_BINARY_DIR}/PevrinConfigVersion.cmake
+  DESTINATION ${package_dir})
+
+# relative to the .pc file itself, so that an installed tree may be moved
+configure_file(cmake/pevrin.pc.in ${PROJECT_BINARY_DIR}/pevrin.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/pevrin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

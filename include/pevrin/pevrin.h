@@ -1,0 +1,11 @@
+/* All of Pevrin's public headers. */
+#ifndef PEVRIN_PEVRIN_H
+#define PEVRIN_PEVRIN_H
+
+#include <bedra/bedra.h>
+#include <pevrin/base.h>
+#include <pevrin/base_object.h>
+#include <pevrin/block_buffer.h>
+#include <pevrin/notification_center.h>
+
+#endif
