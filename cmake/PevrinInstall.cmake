@@ -15,6 +15,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/PevrinConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/PevrinConfig.cmake ${PROJECT_BINARY_DIR}/PevrinConfigVersion.cmake
   DESTINATION ${package_dir})
 
-# relative to the .pc file itself, so that an installed tree may be moved
+# the .pc file finds everything from where it stands itself, so that an installed tree may be moved
+file(RELATIVE_PATH includedir_from_libdir
+  ${CMAKE_INSTALL_FULL_LIBDIR} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/pevrin.pc.in ${PROJECT_BINARY_DIR}/pevrin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/pevrin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
