@@ -42,7 +42,8 @@ constexpr uint32_t hashStringBytes(const char* bytes, size_t length) {
     return word;
   };
   auto mix = [](uint64_t state, uint64_t word) {
-    unsigned __int128 product = static_cast<unsigned __int128>(state ^ word) * kMultiplier;
+    __extension__ using Wide = unsigned __int128;
+    const Wide product = static_cast<Wide>(state ^ word) * kMultiplier;
     return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
   };
   uint64_t state = length + kMultiplier;

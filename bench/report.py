@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Reads Google Benchmark reports with rows named Family/Ours, Family/Peer:name and Family/Plain:what; prints the median
+of each and ours as a ratio to each of the others. A peer with an aim shows whether the ratio meets it; within 5 % of the
+aim is undecided."""
+import json
+import statistics
+import sys
+
+# (family, other row) -> the most that ours may take, as a ratio to the other.
+AIMS = {
+    ("TimeAddSame", "Peer:absl::Duration"): 1.0,
+    ("TimeAddMixed", "Peer:av_add_q"): 0.15,
+    ("TimeConvert", "Peer:gst_util_uint64_scale"): 0.95,
+    ("TimeCompareMixed", "Peer:av_compare_ts"): 0.6,
+    ("BlockBuild1", "Peer:GstBuffer"): 0.4,
+    ("BlockBuild8", "Peer:GstBuffer"): 0.4,
+    ("BlockBuild64", "Peer:GstBuffer"): 0.4,
+    ("BlockBuild8", "Peer:absl::Cord"): 0.8,
+    ("BlockBuild64", "Peer:absl::Cord"): 0.8,
+    ("BlockBuild4096", "Peer:absl::Cord"): 0.8,
+    ("BlockSubrange64", "Peer:absl::Cord"): 0.4,
+    ("BlockGather64K_1", "Plain:memcpy"): 1.1,
+    ("BlockGather64K_8", "Plain:memcpy"): 1.1,
+    ("BlockGather64K_64", "Plain:memcpy"): 1.1,
+    ("BlockGather64K_4096", "Plain:memcpy"): 1.1,
+    ("RetainRelease", "Peer:GObject"): 1.0,
+    ("ObjectCreateRelease", "Peer:GObject"): 0.15,
+    ("DictFind4Same", "Peer:GHashTable"): 0.5,
+    ("DictFind4Equal", "Peer:GHashTable"): 0.5,
+    ("DictFind64Same", "Peer:GHashTable"): 0.5,
+    ("DictFind64Equal", "Peer:GHashTable"): 0.5,
+    ("DictCreateOne", "Peer:GHashTable"): 0.5,
+    ("NotifyPost0", "Peer:g_signal_emit"): 1.0,
+    ("NotifyPost1", "Peer:boost::signals2"): 0.6,
+    ("NotifyPost10", "Peer:boost::signals2"): 0.35,
+    ("NotifyPost100", "Peer:boost::signals2"): 0.2,
+    ("AtomWalk1000", "Peer:GstByteReader"): 1.5,
+    ("AtomWrite1000", "Peer:GstByteWriter"): 0.7,
+    ("WorkQueuePostRun", "Peer:asio::strand"): 1.0,
+}
+
+
+def medians(files):
+    """family -> {row: (median nanoseconds of CPU time, relative spread)}, in the order of the reports."""
+    times = {}
+    for name in files:
+        with open(name) as file:
+            rows = json.load(file)["benchmarks"]
+        for row in rows:
+            if row.get("run_type") == "iteration" and not row.get("error_occurred"):
+                family, _, what = row["run_name"].partition("/")
+                what = what.removesuffix("/real_time").removesuffix("/process_time")
+                real = "/real_time" in row["run_name"]
+                scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[row["time_unit"]]
+                times.setdefault(family, {}).setdefault(what, []).append(row["real_time" if real else "cpu_time"] * scale)
+    return {f: {w: (statistics.median(t), (max(t) - min(t)) / statistics.median(t)) for w, t in rows.items()}
+            for f, rows in times.items()}
+
+
+def verdict(ratio, aim):
+    if aim is None:
+        return ""
+    word = "undecided" if abs(ratio / aim - 1) <= 0.05 else "met" if ratio <= aim else "MISSED"
+    return f"aim {aim:g}: {word}"
+
+
+def main():
+    print(f"{'family':24} {'beside':34} {'ours ns':>12} {'other ns':>12} {'ratio':>7}  spread")
+    for family, rows in medians(sys.argv[1:]).items():
+        if "Ours" not in rows:
+            continue
+        ours, spread = rows["Ours"]
+        for what, (other, other_spread) in rows.items():
+            if what != "Ours":
+                ratio = ours / other
+                print(f"{family:24} {what:34} {ours:12.2f} {other:12.2f} {ratio:7.2f}  "
+                      f"{100 * spread:3.0f}%/{100 * other_spread:.0f}%  {verdict(ratio, AIMS.get((family, what)))}")
+
+
+main()
