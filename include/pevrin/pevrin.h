@@ -7,5 +7,7 @@
 #include <pevrin/base_object.h>
 #include <pevrin/block_buffer.h>
 #include <pevrin/notification_center.h>
+#include <pevrin/time.h>
+#include <pevrin/time_range.h>
 
 #endif

@@ -1,0 +1,79 @@
+// What the time functions share: the kinds of time, and conversion in the way that all arithmetic does it.
+//
+// The kinds are tests on flags alone. value, timescale and epoch may hold anything: nothing here divides by a
+// timescale, negates a value or shifts without having checked it.
+#ifndef PEVRIN_FOUNDATION_TIME_MATH_HPP
+#define PEVRIN_FOUNDATION_TIME_MATH_HPP
+
+#include <pevrin/time.h>
+
+#include <cstdint>
+
+#include "runtime/mul_div.hpp"
+
+namespace pv {
+
+inline constexpr uint32_t kNumericMask = 29;  // valid and the three special bits
+inline constexpr int32_t kFineTimescale = 1'000'000'000;
+
+inline constexpr PVTime kInvalid = {0, 0, 0, 0};
+inline constexpr PVTime kIndefinite = {0, 0, 17, 0};
+inline constexpr PVTime kPositiveInfinity = {0, 0, 5, 0};
+inline constexpr PVTime kNegativeInfinity = {0, 0, 9, 0};
+
+// By reference: the public inline functions take 24 bytes by value.
+constexpr bool isInvalid(const PVTime& t) { return !(t.flags & 1); }
+constexpr bool isPositiveInfinity(const PVTime& t) { return (t.flags & 5) == 5; }
+constexpr bool isNegativeInfinity(const PVTime& t) { return (t.flags & 9) == 9; }
+constexpr bool isIndefinite(const PVTime& t) { return (t.flags & 17) == 17; }
+constexpr bool isNumeric(const PVTime& t) { return (t.flags & kNumericMask) == 1; }
+constexpr bool areNumeric(const PVTime& a, const PVTime& b) {
+  return (a.flags & kNumericMask) == 1 && (b.flags & kNumericMask) == 1;
+}
+
+inline constexpr double kTwoTo63 = 9223372036854775808.0;
+
+// A double as a whole number, toward zero; -2^63 for what 64 bits cannot hold, NaN included.
+constexpr int64_t truncated(double value) {
+  return value >= -kTwoTo63 && value < kTwoTo63 ? static_cast<int64_t>(value) : INT64_MIN;
+}
+
+constexpr int64_t wrappingNegated(int64_t value) {
+  return static_cast<int64_t>(0 - static_cast<uint64_t>(value));
+}
+
+constexpr PVTime infinity(bool negative) { return negative ? kNegativeInfinity : kPositiveInfinity; }
+
+// The flags of a result computed from these.
+constexpr uint32_t mergedFlags(uint32_t flags) {
+  return (flags & kPVTimeFlags_HasBeenRounded) | kPVTimeFlags_Valid;
+}
+
+// value * numerator / denominator as it stands in a time of that timescale: the exact quotient, to the
+// nearest unit, half away from zero.
+inline PVTime timeOfQuotient(const Quotient& quotient, int32_t timescale, uint64_t divisor, uint32_t flags,
+                             int64_t epoch) {
+  if (isSaturated(quotient.value)) [[unlikely]]
+    return infinity(quotient.value < 0);
+  if (quotient.remainder == 0) return {quotient.value, timescale, mergedFlags(flags), epoch};
+  const bool away = 2 * magnitude(quotient.remainder) >= divisor;
+  const int64_t step = quotient.remainder < 0 ? -1 : 1;
+  return {quotient.value + (away ? step : 0), timescale, 3, epoch};
+}
+
+// PVTimeConvertScale by the method of all arithmetic, for a numeric time and another timescale than its own.
+inline PVTime rescaled(const PVTime& t, int32_t timescale) {
+  if (timescale <= 0) [[unlikely]]
+    return kInvalid;
+  return timeOfQuotient(mulDiv(t.value, timescale, t.timescale), timescale, magnitude(t.timescale), t.flags,
+                        t.epoch);
+}
+
+// The same, where the time may have the timescale already.
+inline PVTime inTimescale(const PVTime& t, int32_t timescale) {
+  return t.timescale == timescale ? t : rescaled(t, timescale);
+}
+
+}  // namespace pv
+
+#endif
