@@ -2,6 +2,7 @@
 #ifndef BEDRA_SRC_INTERNAL_HPP
 #define BEDRA_SRC_INTERNAL_HPP
 
+#include <bedra/allocator.h>
 #include <bedra/object.hpp>
 
 namespace br {
@@ -21,6 +22,11 @@ inline BRHashCode hashPointer(const void* pointer) {
   uint64_t bits = reinterpret_cast<uintptr_t>(pointer);
   bits ^= bits >> 32;
   return bits * 0x9E3779B97F4A7C15u >> 16 ^ bits;
+}
+
+// True when an object made with the wished-for allocator would have the object's own.
+inline bool sameAllocator(BRTypeRef object, BRAllocatorRef allocator) {
+  return BRGetAllocator(object) == (allocator ? allocator : kBRAllocatorSystem);
 }
 
 }  // namespace br

@@ -33,6 +33,9 @@ struct alignas(16) BRObject {
   BRObject() noexcept {}
   constexpr BRObject(BRTypeID id, uint32_t flagBits, uint32_t references, uint32_t hash)
       : typeID(id), flags(flagBits), count(references), cachedHash(hash) {}
+  // Any thread may set a flag at any time, so even a flag that never changes is read through here.
+  bool hasFlag(uint32_t flag) const { return __atomic_load_n(&flags, __ATOMIC_RELAXED) & flag; }
+
   BRObject(const BRObject&) = delete;
   BRObject& operator=(const BRObject&) = delete;
 };
@@ -95,7 +98,12 @@ template <class T, class... Arguments>
 T* create(BRAllocatorRef allocator, size_t extraBytes, Arguments&&... arguments) {
   void* block =
       const_cast<void*>(BRRuntimeCreateInstance(allocator, typeID<T>(), sizeof(T) - sizeof(BRObject) + extraBytes));
-  return block ? new (block) T(std::forward<Arguments>(arguments)...) : nullptr;
+  if (!block) return nullptr;
+  // `T()` would zero a type without a constructor of its own, header and all.
+  if constexpr (sizeof...(Arguments) == 0)
+    return new (block) T;
+  else
+    return new (block) T(std::forward<Arguments>(arguments)...);
 }
 
 // The room asked for behind a T.

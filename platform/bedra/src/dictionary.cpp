@@ -1,0 +1,141 @@
+// Dictionaries: a hash table of keys and values in an object. An immutable one is one block; a mutable one
+// gets a second when it outgrows the few entries that fit in the first.
+#include <bedra/dictionary.h>
+#include <bedra/string.h>
+#include <bedra/literal.hpp>
+
+#include "src/hash_table.hpp"
+
+struct BRDictionary : br::HashCollection {
+  static constexpr const char* className = "BRDictionary";
+  static constexpr bool kHasValues = true;
+
+  bool equals(const BRDictionary& other) const { return table.equals(other.table); }
+  BRHashCode hash() const { return table.count(); }
+};
+
+namespace {
+
+using br::HashTable;
+
+const void* retainObject(BRAllocatorRef, const void* object) { return BRRetain(object); }
+void releaseObject(BRAllocatorRef, const void* object) { BRRelease(object); }
+const void* copyString(BRAllocatorRef, const void* string) {
+  return BRRetain(string);  // strings are immutable for now
+}
+
+BRAllocatorRef allocatorOf(BRDictionaryRef dictionary) { return BRGetAllocator(dictionary); }
+
+}  // namespace
+
+extern "C" {
+constinit const BRDictionaryKeyCallBacks kBRTypeDictionaryKeyCallBacks = {
+    0, retainObject, releaseObject, BRCopyDescription, BREqual, BRHash};
+constinit const BRDictionaryKeyCallBacks kBRCopyStringDictionaryKeyCallBacks = {
+    0, copyString, releaseObject, BRCopyDescription, BREqual, BRHash};
+constinit const BRDictionaryValueCallBacks kBRTypeDictionaryValueCallBacks = {0, retainObject, releaseObject,
+                                                                              BRCopyDescription, BREqual};
+}
+
+BRTypeID BRDictionaryGetTypeID(void) { return br::typeID<BRDictionary>(); }
+
+BRDictionaryRef BRDictionaryCreate(BRAllocatorRef allocator, const void* const* keys,
+                                   const void* const* values, size_t count,
+                                   const BRDictionaryKeyCallBacks* keyCallbacks,
+                                   const BRDictionaryValueCallBacks* valueCallbacks) {
+  if (count > 0 && (!keys || !values)) return nullptr;
+  auto* dictionary =
+      br::createCollection<BRDictionary>(allocator, count, keyCallbacks, valueCallbacks, false);
+  if (!dictionary) return nullptr;
+  HashTable& table = dictionary->table;
+  for (size_t i = 0; i < count; ++i) {
+    const uint32_t hash = table.hashOf(keys[i]);
+    if (table.findHashed(keys[i], hash) != HashTable::kNone) continue;
+    if (table.add(allocatorOf(dictionary), keys[i], hash, values[i])) continue;
+    BRRelease(dictionary);
+    return nullptr;
+  }
+  return dictionary;
+}
+
+BRDictionaryRef BRDictionaryCreateCopy(BRAllocatorRef allocator, BRDictionaryRef dictionary) {
+  if (!dictionary) return nullptr;
+  if (!dictionary->isMutable() && br::sameAllocator(dictionary, allocator))
+    return static_cast<BRDictionaryRef>(BRRetain(dictionary));
+  return br::copyCollection(allocator, dictionary, false);
+}
+
+BRMutableDictionaryRef BRDictionaryCreateMutable(BRAllocatorRef allocator, size_t capacity,
+                                                 const BRDictionaryKeyCallBacks* keyCallbacks,
+                                                 const BRDictionaryValueCallBacks* valueCallbacks) {
+  return br::createMutableCollection<BRDictionary>(allocator, capacity, keyCallbacks, valueCallbacks);
+}
+
+BRMutableDictionaryRef BRDictionaryCreateMutableCopy(BRAllocatorRef allocator, BRDictionaryRef dictionary) {
+  return dictionary ? br::copyCollection(allocator, dictionary, true) : nullptr;
+}
+
+size_t BRDictionaryGetCount(BRDictionaryRef dictionary) { return dictionary ? dictionary->table.count() : 0; }
+
+const void* BRDictionaryGetValue(BRDictionaryRef dictionary, const void* key) {
+  if (!dictionary) return nullptr;
+  const uint32_t index = dictionary->table.find(key);
+  return index != HashTable::kNone ? dictionary->table.value(index) : nullptr;
+}
+
+bool BRDictionaryGetValueIfPresent(BRDictionaryRef dictionary, const void* key, const void** value) {
+  const uint32_t index = dictionary ? dictionary->table.find(key) : HashTable::kNone;
+  if (index == HashTable::kNone) return false;
+  if (value) *value = dictionary->table.value(index);
+  return true;
+}
+
+bool BRDictionaryContainsKey(BRDictionaryRef dictionary, const void* key) {
+  return BRDictionaryGetValueIfPresent(dictionary, key, nullptr);
+}
+
+void BRDictionaryGetKeysAndValues(BRDictionaryRef dictionary, const void** keys, const void** values) {
+  if (dictionary) dictionary->table.copyOut(keys, values);
+}
+
+void BRDictionaryApply(BRDictionaryRef dictionary, BRDictionaryApplier applier, void* context) {
+  if (!dictionary || !applier) return;
+  const HashTable& table = dictionary->table;
+  for (uint32_t i = 0; i < table.end(); ++i)
+    if (table.isLive(i)) applier(table.key(i), table.value(i), context);
+}
+
+bool BRDictionaryAddValue(BRMutableDictionaryRef dictionary, const void* key, const void* value) {
+  if (!dictionary || !dictionary->isMutable()) return false;
+  HashTable& table = dictionary->table;
+  const uint32_t hash = table.hashOf(key);
+  if (table.findHashed(key, hash) != HashTable::kNone) return false;
+  return table.add(allocatorOf(dictionary), key, hash, value);
+}
+
+bool BRDictionarySetValue(BRMutableDictionaryRef dictionary, const void* key, const void* value) {
+  if (!dictionary || !dictionary->isMutable()) return false;
+  HashTable& table = dictionary->table;
+  const uint32_t hash = table.hashOf(key);
+  const uint32_t index = table.findHashed(key, hash);
+  if (index != HashTable::kNone) return table.replaceValue(allocatorOf(dictionary), index, value);
+  return table.add(allocatorOf(dictionary), key, hash, value);
+}
+
+bool BRDictionaryReplaceValue(BRMutableDictionaryRef dictionary, const void* key, const void* value) {
+  if (!dictionary || !dictionary->isMutable()) return false;
+  const uint32_t index = dictionary->table.find(key);
+  return index != HashTable::kNone && dictionary->table.replaceValue(allocatorOf(dictionary), index, value);
+}
+
+bool BRDictionaryRemoveValue(BRMutableDictionaryRef dictionary, const void* key) {
+  if (!dictionary || !dictionary->isMutable()) return false;
+  const uint32_t index = dictionary->table.find(key);
+  if (index == HashTable::kNone) return false;
+  dictionary->table.remove(allocatorOf(dictionary), index);
+  return true;
+}
+
+void BRDictionaryRemoveAllValues(BRMutableDictionaryRef dictionary) {
+  if (dictionary && dictionary->isMutable()) dictionary->table.removeAll(allocatorOf(dictionary));
+}

@@ -1,0 +1,297 @@
+#include "src/hash_table.hpp"
+
+#include <bedra/set.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace br {
+
+constinit const BRDictionaryKeyCallBacks kUnretainedKeyCallBacks{};
+constinit const BRDictionaryValueCallBacks kUnretainedValueCallBacks{};
+
+namespace {
+
+size_t slotCount(size_t capacity) {
+  return capacity <= HashTable::kScannedCapacity ? 0 : std::bit_ceil(capacity + capacity / 3 + 1);
+}
+
+// Spreads any hash over 32 bits, all of which depend on all of its bits; never 0.
+uint32_t mixHash(uint64_t code) {
+  const unsigned __int128 product =
+      static_cast<unsigned __int128>(code ^ 0x2545F4914F6CDD1Du) * 0x9E3779B97F4A7C15u;
+  const uint64_t folded = static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+  const uint32_t hash = static_cast<uint32_t>(folded ^ (folded >> 32));
+  return hash ? hash : 1;
+}
+
+// What BRHash says, read straight from the header where a string has it already.
+BRHashCode objectHash(const void* key) {
+  if (auto* object = static_cast<BRObject*>(const_cast<void*>(key));
+      object && object->typeID == kStringTypeID)
+    if (uint32_t cached = std::atomic_ref(object->cachedHash).load(std::memory_order_relaxed)) return cached;
+  return BRHash(key);
+}
+
+// Retains through a callback. False when the callback had to make something and could not.
+template <class CallBacks>
+bool retainValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void*& value) {
+  if (!callbacks.retain || !value) return true;
+  value = callbacks.retain(allocator, value);
+  return value != nullptr;
+}
+
+template <class CallBacks>
+void releaseValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void* value) {
+  if (callbacks.release && value) callbacks.release(allocator, value);
+}
+
+bool isConstantRecord(const BRDictionaryKeyCallBacks* record) {
+  return record == &kUnretainedKeyCallBacks || record == &kBRTypeDictionaryKeyCallBacks ||
+         record == &kBRCopyStringDictionaryKeyCallBacks || record == &kBRTypeSetCallBacks;
+}
+
+bool isConstantRecord(const BRDictionaryValueCallBacks* record) {
+  return !record || record == &kUnretainedValueCallBacks || record == &kBRTypeDictionaryValueCallBacks;
+}
+
+template <class Record>
+const Record* keepRecord(const Record* record, char*& room) {
+  if (isConstantRecord(record)) return record;
+  std::memcpy(room, record, sizeof *record);
+  return reinterpret_cast<const Record*>(std::exchange(room, room + sizeof *record));
+}
+
+}  // namespace
+
+size_t HashTable::storageBytes(size_t capacity, bool hasValues) {
+  return capacity * ((hasValues ? 2 : 1) * sizeof(void*) + sizeof(uint32_t)) +
+         slotCount(capacity) * sizeof(uint32_t);
+}
+
+void HashTable::open(void* storage, size_t capacity, const BRDictionaryKeyCallBacks* keyCallbacks,
+                     const BRDictionaryValueCallBacks* valueCallbacks) {
+  keyCallbacks_ = keyCallbacks;
+  valueCallbacks_ = valueCallbacks;
+  if (keyCallbacks->equal == BREqual && keyCallbacks->hash == BRHash)
+    keyKind_ = KeyKind::kObjects;
+  else if (keyCallbacks->equal || keyCallbacks->hash)
+    keyKind_ = KeyKind::kCustom;
+  useStorage(storage, capacity);
+}
+
+void HashTable::close(BRAllocatorRef allocator) {
+  releaseAll(allocator);
+  if (ownsStorage_) BRAllocatorDeallocate(allocator, keys_);
+}
+
+uint32_t HashTable::hashOf(const void* key) const {
+  switch (keyKind_) {
+    case KeyKind::kObjects:
+      return mixHash(objectHash(key));
+    case KeyKind::kIdentity:
+      return mixHash(reinterpret_cast<uintptr_t>(key));
+    case KeyKind::kCustom:
+      break;
+  }
+  if (keyCallbacks_->hash) return mixHash(keyCallbacks_->hash(key));
+  return 1;  // equality that nothing is known about: every key must be compared
+}
+
+bool HashTable::keysEqual(const void* a, const void* b) const {
+  if (a == b) return true;
+  if (keyKind_ == KeyKind::kObjects) return BREqual(a, b);
+  return keyCallbacks_->equal && keyCallbacks_->equal(a, b);
+}
+
+uint32_t HashTable::findHashed(const void* key, uint32_t hash) const {
+  if (!slots_) {
+    for (uint32_t i = 0; i < end_; ++i)
+      if (hashes_[i] == hash && keysEqual(keys_[i], key)) return i;
+    return kNone;
+  }
+  for (uint32_t at = hash & slotMask_;; at = (at + 1) & slotMask_) {
+    const uint32_t slot = slots_[at];
+    if (slot == 0) return kNone;
+    if (((slot ^ hash) & ~slotMask_) != 0) continue;
+    const uint32_t index = (slot & slotMask_) - 1;
+    if (keysEqual(keys_[index], key)) return index;
+  }
+}
+
+void HashTable::putInSlot(uint32_t index) {
+  const uint32_t hash = hashes_[index];
+  uint32_t at = hash & slotMask_;
+  while (slots_[at]) at = (at + 1) & slotMask_;
+  slots_[at] = (hash & ~slotMask_) | (index + 1);
+}
+
+// Empties the slot of an entry and draws later ones of the run back, so that no probe stops short of them.
+void HashTable::takeOutOfSlot(uint32_t index) {
+  uint32_t hole = hashes_[index] & slotMask_;
+  while ((slots_[hole] & slotMask_) != index + 1) hole = (hole + 1) & slotMask_;
+  for (uint32_t at = (hole + 1) & slotMask_; slots_[at]; at = (at + 1) & slotMask_) {
+    const uint32_t home = hashes_[(slots_[at] & slotMask_) - 1] & slotMask_;
+    if (((at - home) & slotMask_) < ((at - hole) & slotMask_)) continue;
+    slots_[hole] = slots_[at];
+    hole = at;
+  }
+  slots_[hole] = 0;
+}
+
+void HashTable::useStorage(void* storage, size_t capacity) {
+  capacity_ = static_cast<uint32_t>(capacity);
+  keys_ = static_cast<const void**>(storage);
+  hashes_ = reinterpret_cast<uint32_t*>(keys_ + capacity * (hasValues() ? 2 : 1));
+  const size_t slots = slotCount(capacity);
+  slots_ = slots ? hashes_ + capacity : nullptr;
+  slotMask_ = slots ? static_cast<uint32_t>(slots - 1) : 0;
+}
+
+// Moves the entries without their holes; the storage may be the present one.
+void HashTable::moveTo(void* storage, size_t capacity) {
+  const HashTable from = *this;
+  useStorage(storage, capacity);
+  if (slots_) std::memset(slots_, 0, (size_t{slotMask_} + 1) * sizeof *slots_);
+  end_ = 0;
+  for (uint32_t i = 0; i < from.end_; ++i) {
+    if (!from.isLive(i)) continue;
+    keys_[end_] = from.keys_[i];
+    if (hasValues()) values()[end_] = from.value(i);
+    hashes_[end_] = from.hashes_[i];
+    if (slots_) putInSlot(end_);
+    ++end_;
+  }
+}
+
+bool HashTable::reserve(BRAllocatorRef allocator, size_t capacity) {
+  if (capacity <= capacity_) return true;
+  if (capacity > kMaximumCapacity) return false;
+  void* storage = BRAllocatorAllocate(allocator, storageBytes(capacity, hasValues()));
+  if (!storage) return false;
+  void* old = ownsStorage_ ? keys_ : nullptr;
+  moveTo(storage, capacity);
+  ownsStorage_ = true;
+  BRAllocatorDeallocate(allocator, old);
+  return true;
+}
+
+bool HashTable::makeRoom(BRAllocatorRef allocator) {
+  if (end_ < capacity_) return true;
+  const uint32_t holes = end_ - count_;
+  if (holes == 0 || (slots_ && holes < capacity_ / 4))
+    return reserve(allocator, std::max<size_t>(kScannedCapacity, size_t{capacity_} * 2));
+  moveTo(keys_, capacity_);
+  return true;
+}
+
+bool HashTable::add(BRAllocatorRef allocator, const void* key, uint32_t hash, const void* value) {
+  if (!makeRoom(allocator) || !retainValue(*keyCallbacks_, allocator, key)) return false;
+  if (hasValues() && !retainValue(*valueCallbacks_, allocator, value)) {
+    releaseValue(*keyCallbacks_, allocator, key);
+    return false;
+  }
+  append(key, hash, value);
+  return true;
+}
+
+void HashTable::append(const void* key, uint32_t hash, const void* value) {
+  keys_[end_] = key;
+  if (hasValues()) values()[end_] = value;
+  hashes_[end_] = hash;
+  if (slots_) putInSlot(end_);
+  ++end_;
+  ++count_;
+}
+
+bool HashTable::replaceValue(BRAllocatorRef allocator, uint32_t index, const void* value) {
+  if (!retainValue(*valueCallbacks_, allocator, value)) return false;
+  releaseValue(*valueCallbacks_, allocator, std::exchange(values()[index], value));
+  return true;
+}
+
+void HashTable::remove(BRAllocatorRef allocator, uint32_t index) {
+  const void* oldKey = keys_[index];
+  const void* oldValue = hasValues() ? values()[index] : nullptr;
+  if (slots_) takeOutOfSlot(index);
+  hashes_[index] = 0;
+  --count_;
+  while (end_ > 0 && !isLive(end_ - 1)) --end_;
+  if (hasValues()) releaseValue(*valueCallbacks_, allocator, oldValue);
+  releaseValue(*keyCallbacks_, allocator, oldKey);
+}
+
+void HashTable::removeAll(BRAllocatorRef allocator) {
+  const HashTable old = *this;
+  useStorage(nullptr, 0);
+  ownsStorage_ = false;
+  end_ = count_ = 0;
+  old.releaseAll(allocator);
+  if (capacity_ == 0) {
+    moveTo(old.keys_, old.capacity_);
+    ownsStorage_ = old.ownsStorage_;
+  } else if (old.ownsStorage_) {
+    BRAllocatorDeallocate(allocator, old.keys_);  // a release callback has filled the table anew
+  }
+}
+
+void HashTable::releaseAll(BRAllocatorRef allocator) const {
+  const bool releasesValues = hasValues() && valueCallbacks_->release;
+  if (!keyCallbacks_->release && !releasesValues) return;
+  for (uint32_t i = 0; i < end_; ++i) {
+    if (!isLive(i)) continue;
+    if (releasesValues) releaseValue(*valueCallbacks_, allocator, value(i));
+    releaseValue(*keyCallbacks_, allocator, key(i));
+  }
+}
+
+bool HashTable::addAll(BRAllocatorRef allocator, const HashTable& other) {
+  for (uint32_t i = 0; i < other.end_; ++i)
+    if (other.isLive(i) &&
+        !add(allocator, other.key(i), other.hash(i), hasValues() ? other.value(i) : nullptr))
+      return false;
+  return true;
+}
+
+bool HashTable::equals(const HashTable& other) const {
+  if (count_ != other.count_) return false;
+  if (count_ == 0) return true;
+  if (keyCallbacks_->equal != other.keyCallbacks_->equal || keyCallbacks_->hash != other.keyCallbacks_->hash)
+    return false;
+  if (hasValues() && valueCallbacks_->equal != other.valueCallbacks_->equal) return false;
+  for (uint32_t i = 0; i < end_; ++i) {
+    if (!isLive(i)) continue;
+    const uint32_t at = other.findHashed(key(i), hash(i));
+    if (at == kNone) return false;
+    if (!hasValues() || value(i) == other.value(at)) continue;
+    if (!valueCallbacks_->equal || !valueCallbacks_->equal(value(i), other.value(at))) return false;
+  }
+  return true;
+}
+
+void HashTable::copyOut(const void** keys, const void** values) const {
+  for (uint32_t i = 0, n = 0; i < end_; ++i) {
+    if (!isLive(i)) continue;
+    if (keys) keys[n] = key(i);
+    if (values) values[n] = value(i);
+    ++n;
+  }
+}
+
+size_t recordBytes(const BRDictionaryKeyCallBacks* keyCallbacks,
+                   const BRDictionaryValueCallBacks* valueCallbacks) {
+  return (isConstantRecord(keyCallbacks) ? 0 : sizeof *keyCallbacks) +
+         (isConstantRecord(valueCallbacks) ? 0 : sizeof *valueCallbacks);
+}
+
+void openCollection(HashCollection* collection, void* room, size_t capacity,
+                    const BRDictionaryKeyCallBacks* keyCallbacks,
+                    const BRDictionaryValueCallBacks* valueCallbacks) {
+  char* at = static_cast<char*>(room);
+  keyCallbacks = keepRecord(keyCallbacks, at);
+  valueCallbacks = keepRecord(valueCallbacks, at);
+  collection->table.open(at, capacity, keyCallbacks, valueCallbacks);
+}
+
+}  // namespace br

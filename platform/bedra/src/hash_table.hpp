@@ -1,0 +1,185 @@
+// The table under dictionaries and sets.
+//
+// Representation: one block of storage holds, for `capacity` entries,
+//
+//   keys[capacity] | values[capacity] (dictionaries only) | hashes[capacity] | slots[slotMask + 1]
+//
+// Entries stand in order of insertion; a removed one leaves a hole (its hash is 0, a live hash never is) that
+// is closed when room is needed. Up to 8 entries there are no slots: a search scans the keys for the pointer
+// itself, then the hashes. Above that, slots are an open-addressing index with linear probing. A slot is 0
+// when empty; else its low bits (slotMask) are an entry's index + 1 and the bits above are those of the
+// entry's hash, so that a probe rarely touches an entry in vain. At most three quarters of the slots are
+// taken, so an index + 1 always fits below slotMask.
+//
+// Callbacks are the program's: a table is in its new state, whole, before a release callback runs, since that
+// may lead back here. Growth doubles and depends on nothing but the order of calls.
+#ifndef BEDRA_SRC_HASH_TABLE_HPP
+#define BEDRA_SRC_HASH_TABLE_HPP
+
+#include <bedra/allocator.h>
+#include <bedra/dictionary.h>
+#include <bedra/object.hpp>
+
+#include <utility>
+
+#include "src/internal.hpp"
+
+namespace br {
+
+// The record that spells out a NULL one.
+extern const BRDictionaryKeyCallBacks kUnretainedKeyCallBacks;
+extern const BRDictionaryValueCallBacks kUnretainedValueCallBacks;
+
+class HashTable {
+ public:
+  static constexpr uint32_t kNone = UINT32_MAX;
+  static constexpr uint32_t kScannedCapacity = 8;
+  static constexpr size_t kMaximumCapacity = size_t{1} << 30;
+
+  static size_t storageBytes(size_t capacity, bool hasValues);
+
+  // Storage is zero-filled room for `capacity` entries that lives as long as the table. The records outlive
+  // the table. valueCallbacks are NULL for a set.
+  void open(void* storage, size_t capacity, const BRDictionaryKeyCallBacks* keyCallbacks,
+            const BRDictionaryValueCallBacks* valueCallbacks);
+  void close(BRAllocatorRef allocator);
+
+  uint32_t count() const { return count_; }
+  bool hasValues() const { return valueCallbacks_ != nullptr; }
+  const BRDictionaryKeyCallBacks& keyCallbacks() const { return *keyCallbacks_; }
+  const BRDictionaryValueCallBacks& valueCallbacks() const { return *valueCallbacks_; }
+
+  // Entries are walked as `for (i = 0; i < end(); ++i) if (isLive(i)) …`.
+  uint32_t end() const { return end_; }
+  bool isLive(uint32_t index) const { return hashes_[index] != 0; }
+  const void* key(uint32_t index) const { return keys_[index]; }
+  const void* value(uint32_t index) const { return values()[index]; }
+  uint32_t hash(uint32_t index) const { return hashes_[index]; }
+
+  uint32_t hashOf(const void* key) const;
+  // The index of the key's entry, or kNone.
+  uint32_t find(const void* key) const {
+    if (!slots_) {
+      for (uint32_t i = 0; i < end_; ++i)
+        if (keys_[i] == key && hashes_[i]) return i;
+      if (keyKind_ == KeyKind::kIdentity) return kNone;
+    }
+    return findHashed(key, hashOf(key));
+  }
+  uint32_t findHashed(const void* key, uint32_t hash) const;
+
+  // Retains and appends an entry that is known to be missing; false, and nothing changed, when memory runs
+  // out.
+  bool add(BRAllocatorRef allocator, const void* key, uint32_t hash, const void* value);
+  // As add, but takes over the caller's references; there must be room.
+  void append(const void* key, uint32_t hash, const void* value);
+  bool replaceValue(BRAllocatorRef allocator, uint32_t index, const void* value);
+  void remove(BRAllocatorRef allocator, uint32_t index);
+  void removeAll(BRAllocatorRef allocator);
+  // Makes sure that `capacity` entries fit without another allocation.
+  bool reserve(BRAllocatorRef allocator, size_t capacity);
+  // Adds every entry of another table whose keys are compared as here, to this empty one.
+  bool addAll(BRAllocatorRef allocator, const HashTable& other);
+
+  // Same count, and each key of one is in the other, with an equal value.
+  bool equals(const HashTable& other) const;
+  // Writes the entries in order; either array may be null.
+  void copyOut(const void** keys, const void** values) const;
+
+ private:
+  enum class KeyKind : uint8_t { kIdentity, kObjects, kCustom };
+
+  const void** values() const { return keys_ + capacity_; }
+  bool keysEqual(const void* a, const void* b) const;
+  bool makeRoom(BRAllocatorRef allocator);
+  void useStorage(void* storage, size_t capacity);
+  void moveTo(void* storage, size_t capacity);
+  void putInSlot(uint32_t index);
+  void takeOutOfSlot(uint32_t index);
+  void releaseAll(BRAllocatorRef allocator) const;
+
+  const void** keys_ = nullptr;
+  uint32_t* hashes_ = nullptr;
+  uint32_t* slots_ = nullptr;
+  uint32_t slotMask_ = 0;
+  uint32_t capacity_ = 0;
+  uint32_t end_ = 0;  // entries, holes included
+  uint32_t count_ = 0;
+  KeyKind keyKind_ = KeyKind::kIdentity;
+  bool ownsStorage_ = false;
+  const BRDictionaryKeyCallBacks* keyCallbacks_ = nullptr;
+  const BRDictionaryValueCallBacks* valueCallbacks_ = nullptr;
+};
+
+// What dictionaries and sets are: a table, and behind the object its first storage and the copies of callback
+// records that are not known to be constant.
+struct HashCollection : BRObject {
+  ~HashCollection() { table.close(BRGetAllocator(this)); }
+  bool isMutable() const { return hasFlag(kClassFlag0); }
+
+  HashTable table;
+};
+
+// The bytes that hold copies of the records behind a collection.
+size_t recordBytes(const BRDictionaryKeyCallBacks* keyCallbacks,
+                   const BRDictionaryValueCallBacks* valueCallbacks);
+// Lays out the room behind a new collection.
+void openCollection(HashCollection* collection, void* room, size_t capacity,
+                    const BRDictionaryKeyCallBacks* keyCallbacks,
+                    const BRDictionaryValueCallBacks* valueCallbacks);
+
+// An empty collection with inline room for `capacity` entries. NULL records are spelled out; valueCallbacks
+// are ignored for a set.
+template <class T>
+T* createCollection(BRAllocatorRef allocator, size_t capacity, const BRDictionaryKeyCallBacks* keyCallbacks,
+                    const BRDictionaryValueCallBacks* valueCallbacks, bool isMutable) {
+  if (!keyCallbacks) keyCallbacks = &kUnretainedKeyCallBacks;
+  if (!T::kHasValues)
+    valueCallbacks = nullptr;
+  else if (!valueCallbacks)
+    valueCallbacks = &kUnretainedValueCallBacks;
+  if (keyCallbacks->version != 0 || (valueCallbacks && valueCallbacks->version != 0)) return nullptr;
+  if (capacity > HashTable::kMaximumCapacity) return nullptr;
+  T* collection = create<T>(allocator, recordBytes(keyCallbacks, valueCallbacks) +
+                                           HashTable::storageBytes(capacity, T::kHasValues));
+  if (!collection) return nullptr;
+  if (isMutable) collection->flags |= kClassFlag0;
+  openCollection(collection, collection + 1, capacity, keyCallbacks, valueCallbacks);
+  return collection;
+}
+
+// A mutable collection starts with inline room for a few entries; a larger wish gets a block of its own.
+template <class T>
+T* createMutableCollection(BRAllocatorRef allocator, size_t capacity,
+                           const BRDictionaryKeyCallBacks* keyCallbacks,
+                           const BRDictionaryValueCallBacks* valueCallbacks) {
+  constexpr size_t kInlineCapacity = 4;
+  const size_t inlineCapacity = capacity <= kInlineCapacity               ? kInlineCapacity
+                                : capacity <= HashTable::kScannedCapacity ? HashTable::kScannedCapacity
+                                                                          : 0;
+  T* collection = createCollection<T>(allocator, inlineCapacity, keyCallbacks, valueCallbacks, true);
+  if (collection && !collection->table.reserve(BRGetAllocator(collection), capacity)) {
+    BRRelease(collection);
+    return nullptr;
+  }
+  return collection;
+}
+
+// A copy with the same callbacks.
+template <class T>
+T* copyCollection(BRAllocatorRef allocator, const T* source, bool isMutable) {
+  const HashTable& from = source->table;
+  const BRDictionaryValueCallBacks* valueCallbacks = from.hasValues() ? &from.valueCallbacks() : nullptr;
+  T* copy = isMutable
+                ? createMutableCollection<T>(allocator, from.count(), &from.keyCallbacks(), valueCallbacks)
+                : createCollection<T>(allocator, from.count(), &from.keyCallbacks(), valueCallbacks, false);
+  if (copy && !copy->table.addAll(BRGetAllocator(copy), from)) {
+    BRRelease(copy);
+    return nullptr;
+  }
+  return copy;
+}
+
+}  // namespace br
+
+#endif
