@@ -8,18 +8,13 @@
 
 #include "src/internal.hpp"
 
+// Trivially destructible, so that the built-in ones are constants which nothing tears down at exit.
 struct BRAllocator : BRObject {
   static constexpr const char* className = "BRAllocator";
   static constexpr BRTypeID builtInTypeID = br::kAllocatorTypeID;
 
-  explicit BRAllocator(const BRAllocatorContext& source) : context(source) {
-    if (context.retain) context.info = const_cast<void*>(context.retain(context.info));
-  }
-  constexpr BRAllocator(uint32_t references, BRAllocatorContext source)
-      : BRObject(br::kAllocatorTypeID, 0, references, 0), context(source) {}
-  ~BRAllocator() {
-    if (context.release) context.release(context.info);
-  }
+  explicit BRAllocator(const BRAllocatorContext& source) : context(source) {}
+  constexpr BRAllocator() : BRObject(br::kAllocatorTypeID, 0, br::kImmortalCount, 0), context{} {}
 
   BRStringRef copyDescription() const;
 
@@ -28,28 +23,28 @@ struct BRAllocator : BRObject {
 
 namespace {
 
-// Immortal objects need no destructor, and must not have one run at exit while others still use them.
-template <class T>
-union Immortal {
-  T object;
-  template <class... A>
-  constexpr explicit Immortal(A... arguments) : object(arguments...) {}
-  constexpr ~Immortal() {}
+struct CustomAllocator : BRAllocator {
+  explicit CustomAllocator(const BRAllocatorContext& source) : BRAllocator(source) {
+    if (context.retain) context.info = const_cast<void*>(context.retain(context.info));
+  }
+  ~CustomAllocator() {
+    if (context.release) context.release(context.info);
+  }
 };
 
-constinit const Immortal<BRAllocator> systemAllocator{br::kImmortalCount, BRAllocatorContext{}};
-constinit const Immortal<BRAllocator> nullAllocator{br::kImmortalCount, BRAllocatorContext{}};
+constinit const BRAllocator systemAllocator;
+constinit const BRAllocator nullAllocator;
 
-bool isSystem(BRAllocatorRef allocator) { return !allocator || allocator == &systemAllocator.object; }
+bool isSystem(BRAllocatorRef allocator) { return !allocator || allocator == &systemAllocator; }
 
 }  // namespace
 
-constinit const BRRuntimeClass br::allocatorClass = br::makeClass<BRAllocator>();
+constinit const BRRuntimeClass br::allocatorClass = br::makeClass<CustomAllocator>();
 
 extern "C" {
 constinit const BRAllocatorRef kBRAllocatorDefault = nullptr;
-constinit const BRAllocatorRef kBRAllocatorSystem = &systemAllocator.object;
-constinit const BRAllocatorRef kBRAllocatorNull = &nullAllocator.object;
+constinit const BRAllocatorRef kBRAllocatorSystem = &systemAllocator;
+constinit const BRAllocatorRef kBRAllocatorNull = &nullAllocator;
 }
 
 BRStringRef BRAllocator::copyDescription() const {
@@ -63,7 +58,7 @@ BRTypeID BRAllocatorGetTypeID(void) { return br::kAllocatorTypeID; }
 
 BRAllocatorRef BRAllocatorCreate(BRAllocatorRef allocator, const BRAllocatorContext* context) {
   if (!context || context->version != 0 || !context->allocate) return nullptr;
-  return br::create<BRAllocator>(allocator, 0, *context);
+  return br::create<CustomAllocator>(allocator, 0, *context);
 }
 
 void* BRAllocatorAllocate(BRAllocatorRef allocator, size_t sizeBytes) {

@@ -71,7 +71,7 @@ const BRRuntimeClass* BRRuntimeGetClass(BRTypeID typeID) {
   return typeID < kMaximumClasses ? classTable[typeID].load(std::memory_order_acquire) : nullptr;
 }
 
-BRTypeRef BRRuntimeCreateInstance(BRAllocatorRef allocator, BRTypeID typeID, size_t extraBytes) {
+BRTypeRef br::createInstance(BRAllocatorRef allocator, BRTypeID typeID, size_t extraBytes, size_t zeroedBytes) {
   const BRRuntimeClass* cls = BRRuntimeGetClass(typeID);
   if (!cls || extraBytes > SIZE_MAX - sizeof(BRObject) - kAllocatorPrefixBytes) return nullptr;
   const size_t sizeBytes = sizeof(BRObject) + extraBytes;
@@ -91,9 +91,13 @@ BRTypeRef BRRuntimeCreateInstance(BRAllocatorRef allocator, BRTypeID typeID, siz
   object->flags = flags;
   object->count = 1;
   object->cachedHash = 0;
-  std::memset(static_cast<void*>(object + 1), 0, extraBytes);
+  std::memset(static_cast<void*>(object + 1), 0, zeroedBytes);
   if (cls->init) cls->init(object);
   return object;
+}
+
+BRTypeRef BRRuntimeCreateInstance(BRAllocatorRef allocator, BRTypeID typeID, size_t extraBytes) {
+  return br::createInstance(allocator, typeID, extraBytes, extraBytes);
 }
 
 BRTypeRef BRRetain(BRTypeRef ref) {

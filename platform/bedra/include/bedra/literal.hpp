@@ -8,11 +8,12 @@
 
 #include <bedra/object.hpp>
 
+#include <bit>
 #include <cstring>
 #include <type_traits>
 
-// An immutable string: its UTF-8 bytes and a NUL stand behind the struct. A mutable one (kClassFlag0) is larger; see
-// the implementation.
+// An immutable string is this struct, its UTF-8 text and a NUL. The text starts right behind the length, in what would
+// otherwise be the struct's padding. A mutable string (kClassFlag0) keeps its text in a block of its own instead.
 struct BRString : BRObject {
   static constexpr const char* className = "BRString";
   static constexpr BRTypeID builtInTypeID = br::kStringTypeID;
@@ -22,7 +23,7 @@ struct BRString : BRObject {
       : BRObject(br::kStringTypeID, 0, br::kImmortalCount, hash), lengthBytes(length) {}
   ~BRString() = default;
 
-  bool isMutable() const { return flags & br::kClassFlag0; }
+  bool isMutable() const { return hasFlag(br::kClassFlag0); }
 
   size_t lengthBytes;
 };
@@ -34,7 +35,7 @@ constexpr uint32_t hashStringBytes(const char* bytes, size_t length) {
   constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15u;
   auto load = [](const char* from, size_t count) {
     uint64_t word = 0;
-    if (!std::is_constant_evaluated()) {
+    if (!std::is_constant_evaluated() && std::endian::native == std::endian::little) {
       std::memcpy(&word, from, count);
       return word;
     }
@@ -77,6 +78,10 @@ struct LiteralString : BRString {
 
 template <LiteralText Text>
 inline constinit const LiteralString<sizeof(Text.text)> kLiteral{Text};
+
+// Where an immutable string's text starts: LiteralString places it by the same rule.
+inline constexpr size_t kStringTextOffset = sizeof(BRObject) + sizeof(size_t);
+static_assert(sizeof(LiteralString<8>) == kStringTextOffset + 8);
 
 namespace literals {
 template <LiteralText Text>

@@ -93,17 +93,22 @@ BRTypeID typeID() {
   }
 }
 
+// Constructs a T behind the header that stands in the block. Without arguments "T()" would zero the header of a type
+// whose constructor is implicit, so it is default-initialised.
+template <class T, class... Arguments>
+T* construct(void* block, Arguments&&... arguments) {
+  if constexpr (sizeof...(Arguments) == 0)
+    return new (block) T;
+  else
+    return new (block) T(std::forward<Arguments>(arguments)...);
+}
+
 // A new T, owned by the caller, or null when memory runs out.
 template <class T, class... Arguments>
 T* create(BRAllocatorRef allocator, size_t extraBytes, Arguments&&... arguments) {
   void* block =
       const_cast<void*>(BRRuntimeCreateInstance(allocator, typeID<T>(), sizeof(T) - sizeof(BRObject) + extraBytes));
-  if (!block) return nullptr;
-  // `T()` would zero a type without a constructor of its own, header and all.
-  if constexpr (sizeof...(Arguments) == 0)
-    return new (block) T;
-  else
-    return new (block) T(std::forward<Arguments>(arguments)...);
+  return block ? construct<T>(block, std::forward<Arguments>(arguments)...) : nullptr;
 }
 
 // The room asked for behind a T.
