@@ -1,0 +1,251 @@
+#include <bedra/bedra.h>
+#include <gtest/gtest.h>
+#include <bedra/literal.hpp>
+
+#include <atomic>
+#include <functional>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace br::literals;
+
+BRNotificationCenterRef center() { return BRNotificationCenterGetLocalCenter(); }
+
+// An observer that runs what it was given; removed at the end of its life.
+struct Observer {
+  using Action = std::function<void(BRStringRef name, const void* object)>;
+  explicit Observer(Action given) : action(std::move(given)) {}
+  ~Observer() { BRNotificationCenterRemoveEveryObserver(center(), this); }
+
+  bool add(BRStringRef name, const void* object) {
+    return BRNotificationCenterAddObserver(center(), this, called, name, object);
+  }
+  void remove(BRStringRef name, const void* object) {
+    BRNotificationCenterRemoveObserver(center(), this, name, object);
+  }
+  static void called(BRNotificationCenterRef, void* observer, BRStringRef name, const void* object,
+                     BRDictionaryRef) {
+    static_cast<Observer*>(observer)->action(name, object);
+  }
+  Action action;
+};
+
+void post(BRStringRef name, const void* object) {
+  BRNotificationCenterPostNotification(center(), name, object, nullptr);
+}
+
+TEST(NotificationCenter, NameAndObjectSelectAndNullMatchesAny) {
+  int one = 0, two = 0;
+  struct Case {
+    BRStringRef name;
+    const void* object;
+    std::string heard;  // of (start, one), (start, two), (stop, one), (stop, null)
+  } cases[] = {
+      {"start"_br, &one, "1000"},   {"start"_br, nullptr, "1100"}, {nullptr, &one, "1010"},
+      {"stop"_br, nullptr, "0011"}, {"other"_br, &one, "0000"},    {"star"_br, nullptr, "0000"},
+  };
+  for (auto& c : cases) {
+    int calls = 0;
+    Observer observer([&](BRStringRef, const void*) { ++calls; });
+    ASSERT_TRUE(observer.add(c.name, c.object));
+    std::string heard;
+    auto tell = [&](BRStringRef name, const void* object) {
+      calls = 0;
+      post(name, object);
+      heard += std::to_string(calls);
+    };
+    tell("start"_br, &one);
+    tell("start"_br, &two);
+    tell("stop"_br, &one);
+    tell("stop"_br, nullptr);
+    EXPECT_EQ(heard, c.heard);
+    observer.remove(c.name, c.object);
+    tell("start"_br, &one);
+    EXPECT_EQ(heard.back(), '0');
+  }
+}
+
+TEST(NotificationCenter, CallsInOrderOfRegistrationAcrossKindsOfKeys) {
+  int object = 0;
+  std::string order;
+  std::vector<std::unique_ptr<Observer>> observers;
+  for (char letter = 'a'; letter < 'm'; ++letter) {
+    observers.push_back(
+        std::make_unique<Observer>([&order, letter](BRStringRef, const void*) { order += letter; }));
+    const int kind = letter % 3;
+    observers.back()->add(kind == 0 ? nullptr : "order"_br, kind == 1 ? nullptr : &object);
+  }
+  post("order"_br, &object);
+  EXPECT_EQ(order, "abcdefghijkl");
+  observers.erase(observers.begin() + 4);
+  order.clear();
+  post("order"_br, &object);
+  EXPECT_EQ(order, "abcdfghijkl");
+}
+
+TEST(NotificationCenter, BadArgumentsAreRefused) {
+  int object = 0;
+  Observer observer([](BRStringRef, const void*) { FAIL(); });
+  EXPECT_FALSE(observer.add(nullptr, nullptr));
+  EXPECT_FALSE(BRNotificationCenterAddObserver(nullptr, &observer, Observer::called, "x"_br, nullptr));
+  EXPECT_FALSE(BRNotificationCenterAddObserver(center(), nullptr, Observer::called, "x"_br, nullptr));
+  EXPECT_FALSE(BRNotificationCenterAddObserver(center(), &observer, nullptr, "x"_br, nullptr));
+  BRNotificationCenterRemoveObserver(center(), &observer, nullptr, nullptr);
+  BRNotificationCenterPostNotification(nullptr, "x"_br, &object, nullptr);
+  BRNotificationCenterPostNotification(center(), nullptr, &object, nullptr);
+}
+
+TEST(NotificationCenter, PostsNestDeeperThanAThreadsOwnFrames) {
+  int object = 0, depth = 0, calls = 0;
+  Observer observer([&](BRStringRef, const void*) {
+    ++calls;
+    if (++depth < 20) post("deep"_br, &object);
+    --depth;
+    if (depth == 5) observer.remove("deep"_br, &object);
+  });
+  observer.add("deep"_br, &object);
+  post("deep"_br, &object);
+  EXPECT_EQ(calls, 20);
+  post("deep"_br, &object);
+  EXPECT_EQ(calls, 20);
+}
+
+TEST(NotificationCenter, OneOfAThousandIsFoundAndAllCanGo) {
+  std::vector<int> objects(1000);
+  int calls = 0;
+  const void* heard = nullptr;
+  Observer observer([&](BRStringRef, const void* object) {
+    ++calls;
+    heard = object;
+  });
+  for (auto& object : objects) ASSERT_TRUE(observer.add("many"_br, &object));
+  for (auto& object : objects) {
+    post("many"_br, &object);
+    ASSERT_EQ(heard, &object);
+  }
+  EXPECT_EQ(calls, 1000);
+  BRNotificationCenterRemoveEveryObserver(center(), &observer);
+  for (auto& object : objects) post("many"_br, &object);
+  EXPECT_EQ(calls, 1000);
+}
+
+// Threads that post, come and go while others add and remove; each removal must be the end of it.
+TEST(NotificationThreads, RemovedObserverIsNeverCalledAgain) {
+  static int object;
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> posters;
+  for (int t = 0; t < 2; ++t)
+    posters.emplace_back([&] {
+      while (!stop)
+        std::thread([] {
+          for (int i = 0; i < 100; ++i) post("churn"_br, &object);
+        }).join();
+    });
+  std::vector<std::thread> changers;
+  std::atomic<uint64_t> calls{0};
+  for (int t = 0; t < 2; ++t)
+    changers.emplace_back([&, t] {
+      for (int i = 0; i < 400; ++i) {
+        // The observer's memory goes with it: a late call is a use after free.
+        auto observer = std::make_unique<Observer>([&calls](BRStringRef, const void*) { ++calls; });
+        observer->add(i % 2 ? "churn"_br : nullptr, t ? &object : nullptr);
+        observer->add("churn"_br, &object);
+        if (i % 3 == 0) post("churn"_br, &object);
+        observer->remove("churn"_br, &object);
+        observer.reset();
+      }
+    });
+  for (auto& thread : changers) thread.join();
+  stop = true;
+  for (auto& thread : posters) thread.join();
+  EXPECT_GT(calls, 0u);
+}
+
+TEST(NotificationThreads, RemovalWaitsForTheCallInProgressButNotForOtherListeners) {
+  int object = 0;
+  std::latch entered(1), release(1);
+  std::atomic<bool> returned{false};
+  Observer slow([&](BRStringRef, const void*) {
+    entered.count_down();
+    release.wait();
+    returned = true;
+  });
+  Observer other([](BRStringRef, const void*) {});
+  slow.add("slow"_br, &object);
+  other.add("slow"_br, &object);
+  std::thread poster([&] { post("slow"_br, &object); });
+  entered.wait();
+  other.remove("slow"_br, &object);  // not being called: does not wait
+  EXPECT_FALSE(returned);
+  std::thread releaser([&] { release.count_down(); });
+  slow.remove("slow"_br, &object);
+  EXPECT_TRUE(returned);
+  releaser.join();
+  poster.join();
+}
+
+TEST(NotificationThreads, CallbacksThatRemoveEachOtherDoNotWait) {
+  int one = 0, two = 0;
+  for (int round = 0; round < 50; ++round) {
+    std::latch both(2);
+    Observer *a = nullptr, *b = nullptr;
+    Observer first([&](BRStringRef, const void*) {
+      both.arrive_and_wait();
+      b->remove("mutual"_br, &two);
+    });
+    Observer second([&](BRStringRef, const void*) {
+      both.arrive_and_wait();
+      a->remove("mutual"_br, &one);
+    });
+    a = &first;
+    b = &second;
+    first.add("mutual"_br, &one);
+    second.add("mutual"_br, &two);
+    std::thread thread([&] { post("mutual"_br, &one); });
+    post("mutual"_br, &two);
+    thread.join();
+  }
+}
+
+TEST(NotificationThreads, WaitCoversDeliveriesInProgressAndPassesMutualWaits) {
+  int object = 0;
+  std::latch entered(1), release(1);
+  std::atomic<int> finished{0};
+  Observer observer([&](BRStringRef name, const void*) {
+    if (BREqual(name, "slow"_br)) {
+      entered.count_down();
+      release.wait();
+      ++finished;
+    }
+  });
+  observer.add(nullptr, &object);
+  std::thread poster([&] { post("slow"_br, &object); });
+  entered.wait();
+  int unrelated = 0;
+  BRNotificationCenterWaitForDeliveries(center(), &unrelated);
+  EXPECT_EQ(finished, 0);
+  std::thread releaser([&] { release.count_down(); });
+  BRNotificationCenterWaitForDeliveries(center(), &object);
+  EXPECT_EQ(finished, 1);
+  releaser.join();
+  poster.join();
+
+  for (int round = 0; round < 50; ++round) {
+    std::latch both(2);
+    Observer waiter([&](BRStringRef, const void*) {
+      both.arrive_and_wait();
+      BRNotificationCenterWaitForDeliveries(center(), &object);
+      post("nested"_br, &object);
+    });
+    waiter.add("wait"_br, &object);
+    std::thread thread([&] { post("wait"_br, &object); });
+    post("wait"_br, &object);
+    thread.join();
+  }
+}
+
+}  // namespace
