@@ -1,18 +1,20 @@
 // The class table, instances and reference counts.
 //
-// Representation: an object opens with BRObject. When its allocator is not the system's, 16 bytes before it hold the
-// retained allocator and the flag kHasOwnAllocator is set. The class table is a fixed array that only grows: a slot is
-// written once, before its ID is handed out, so lookups take no lock.
+// Representation: an object opens with BRObject. When its allocator is not the system's, 16 bytes before it
+// hold the retained allocator and the flag kHasOwnAllocator is set. The class table is a fixed array that
+// only grows: a slot is written once, before its ID is handed out, so lookups take no lock.
 //
-// The count is 1 for a new object. The thread that finds it at 1 on release is the last owner and needs no atomic
-// write, unless weak references exist: those may take a reference at any time while the count is above 0, so there the
-// count goes to 0 atomically first. Finalizers run with the count at 1, so that a balanced retain and release inside
-// one is harmless.
+// The count is 1 for a new object. The thread that finds it at 1 on release is the last owner and needs no
+// atomic write, unless weak references exist: those may take a reference at any time while the count is above
+// 0, so there the count goes to 0 atomically first. It cannot miss a first weak reference that another thread
+// makes: that thread holds a reference of its own until after it set the flag, so the count is not 1 before
+// the flag can be seen. Finalizers run with the count at 1, so that a balanced retain and release inside one
+// is harmless; kFinalizing keeps new weak references from naming the object then.
 #include <bedra/allocator.h>
 #include <bedra/log.h>
-#include <bedra/object.hpp>
 #include <bedra/runtime.h>
 #include <bedra/string.h>
+#include <bedra/object.hpp>
 
 #include <atomic>
 #include <cstring>
@@ -47,8 +49,10 @@ BRAllocatorRef& rememberedAllocator(BRObject* object) {
 }
 
 void destroy(BRObject* object) {
+  auto flags = flagsOf(object);
+  flags.store(flags.load(std::memory_order_relaxed) | br::kFinalizing, std::memory_order_relaxed);
   if (auto finalize = classOf(object).finalize) finalize(object);
-  if (flagsOf(object).load(std::memory_order_relaxed) & br::kHasOwnAllocator) {
+  if (object->hasFlag(br::kHasOwnAllocator)) {
     BRAllocatorRef allocator = rememberedAllocator(object);
     BRAllocatorDeallocate(allocator, &rememberedAllocator(object));
     BRRelease(allocator);
@@ -113,9 +117,9 @@ void BRRelease(BRTypeRef ref) {
   auto count = countOf(object);
   const uint32_t references = count.load(std::memory_order_acquire);
   if (references == kImmortalCount) return;
-  if (references != 1 || (flagsOf(object).load(std::memory_order_relaxed) & br::kHasWeakReferences)) {
+  if (references != 1 || object->hasFlag(br::kHasWeakReferences)) {
     if (count.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    if (flagsOf(object).load(std::memory_order_relaxed) & br::kHasWeakReferences) br::clearWeakReferences(object);
+    if (object->hasFlag(br::kHasWeakReferences)) br::clearWeakReferences(object);
     count.store(1, std::memory_order_relaxed);
   }
   destroy(object);
@@ -130,8 +134,7 @@ BRTypeID BRGetTypeID(BRTypeRef object) { return object ? static_cast<const BRObj
 BRAllocatorRef BRGetAllocator(BRTypeRef ref) {
   if (!ref) return kBRAllocatorSystem;
   BRObject* object = mutableObject(ref);
-  bool own = flagsOf(object).load(std::memory_order_relaxed) & br::kHasOwnAllocator;
-  return own ? rememberedAllocator(object) : kBRAllocatorSystem;
+  return object->hasFlag(br::kHasOwnAllocator) ? rememberedAllocator(object) : kBRAllocatorSystem;
 }
 
 const char* BRTypeGetName(BRTypeID typeID) {

@@ -46,6 +46,7 @@ namespace br {
 enum ObjectFlag : uint32_t {
   kHasOwnAllocator = 1u << 0,   // the allocator is remembered in the 16 bytes before the object
   kHasWeakReferences = 1u << 1, // a weak reference to it was made at some time
+  kFinalizing = 1u << 2,        // the last reference has gone
   kClassFlag0 = 1u << 16,       // 16 and up: for the class's own use
   kClassFlag1 = 1u << 17,
 };
