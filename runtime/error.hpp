@@ -4,12 +4,12 @@
 
 #include <kiv/error.h>
 
-#include <source_location>
-
 namespace pv {
 
-inline PVStatus signalError(PVStatus status, std::source_location where = std::source_location::current()) {
-  return KivSignalErrorAt(status, where.file_name(), static_cast<int32_t>(where.line()), where.function_name());
+// As default arguments the built-ins name the caller; not every compiler has std::source_location.
+inline PVStatus signalError(PVStatus status, const char* file = __builtin_FILE(), int32_t line = __builtin_LINE(),
+                            const char* function = __builtin_FUNCTION()) {
+  return KivSignalErrorAt(status, file, line, function);
 }
 
 }  // namespace pv
