@@ -1,0 +1,271 @@
+// Adding to block buffers: memory, references, and the overflow chain that makes room.
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "buffers/block_buffer.hpp"
+#include "buffers/block_buffer_walk.hpp"
+#include "runtime/error.hpp"
+
+namespace pv::block {
+
+namespace {
+
+Chain* createChain(PVBlockBuffer& first) {
+  constexpr size_t kFirstCapacity = 4;
+  BRAllocatorRef allocator = BRGetAllocator(&first);
+  void* memory = BRAllocatorAllocate(allocator, sizeof(Chain));
+  void* links = BRAllocatorAllocate(allocator, kFirstCapacity * sizeof(Chain::Link));
+  if (!memory || !links) {
+    BRAllocatorDeallocate(allocator, memory);
+    BRAllocatorDeallocate(allocator, links);
+    return nullptr;
+  }
+  auto* chain = new (memory) Chain{.allocator = allocator,
+                                   .alive = 1,
+                                   .referenced = first.wasReferenced(),
+                                   .count = 1,
+                                   .capacity = kFirstCapacity,
+                                   .end = first.ownLength(),
+                                   .links = static_cast<Chain::Link*>(links)};
+  BRRetain(allocator);
+  chain->links[0] = {0, &first};
+  return chain;
+}
+
+bool growIndex(Chain& chain) {
+  if (chain.count < chain.capacity) return true;
+  if (chain.capacity > SIZE_MAX / (2 * sizeof(Chain::Link))) return false;
+  auto* larger = static_cast<Chain::Link*>(
+      BRAllocatorAllocate(chain.allocator, 2 * chain.capacity * sizeof(Chain::Link)));
+  if (!larger) return false;
+  std::memcpy(larger, chain.links, chain.count * sizeof(Chain::Link));
+  BRAllocatorDeallocate(chain.allocator, std::exchange(chain.links, larger));
+  chain.capacity *= 2;
+  return true;
+}
+
+// Puts an empty child behind the last member of a chain, or of the chain that this makes. Null, with nothing
+// observable changed, when memory runs out.
+PVBlockBuffer* addChild(PVBlockBuffer& tail) {
+  PVBlockBuffer* child = createEmpty(BRGetAllocator(&tail), static_cast<uint32_t>(tail.capacity) - 1);
+  if (!child) return nullptr;
+  if (!tail.chain) tail.chain = createChain(tail);
+  Chain* chain = tail.chain;
+  if (!chain || !growIndex(*chain)) {
+    BRRelease(child);
+    return nullptr;
+  }
+  child->chain = chain;
+  child->chainIndex = chain->count;
+  chain->links[chain->count++] = {chain->end, child};
+  chain->alive.fetch_add(1, std::memory_order_relaxed);
+  tail.link().kind = Kind::kReference;
+  tail.link().block = child;
+  return child;
+}
+
+// Whether the bytes can be added at all: no length exceeds a size.
+bool hasRoom(PVBlockBuffer& buffer, size_t length) {
+  const size_t end = buffer.chain ? buffer.chain->end : buffer.ownLength();
+  return length <= SIZE_MAX - end;
+}
+
+void extendBy(PVBlockBuffer& tail, size_t length) {
+  tail.entries()[tail.count - 1].end += length;
+  if (tail.chain) tail.chain->end += length;
+}
+
+// Adds an entry for length bytes; its end is filled in here.
+PVStatus addEntry(PVBlockBuffer& buffer, const Entry& entry, size_t length) {
+  PVBlockBuffer* tail = buffer.tail();
+  if (tail->isFull() && !(tail = addChild(*tail))) return kPVBlockBufferStructureAllocationFailedErr;
+  Entry& added = tail->entries()[tail->count];
+  added = entry;
+  added.end = tail->ownLength();
+  ++tail->count;
+  extendBy(*tail, length);
+  return 0;
+}
+
+// True when a reference from the buffer to the target would close a circle, or when memory runs out on the
+// search. Costs nothing for a buffer that nobody has referenced, as buffers under construction are.
+bool wouldCloseCircle(PVBlockBuffer& buffer, PVBlockBuffer& target) {
+  if (buffer.isInSameChain(&target)) return true;
+  if (!buffer.wasReferenced()) return false;
+  ReferenceWalk walk(&target);
+  while (const Entry* entry = walk.next())
+    if (entry->isReference() && buffer.isInSameChain(entry->target())) return true;
+  return walk.ranOutOfMemory();
+}
+
+PVStatus addReference(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset, size_t length) {
+  if (!hasRoom(buffer, length)) return kPVBlockBufferBadLengthParameterErr;
+  PVBlockBuffer* tail = buffer.tail();
+  if (tail->count > 0) {
+    const Entry& last = tail->entries()[tail->count - 1];
+    const size_t lastLength = last.end - tail->startOf(tail->count - 1);
+    if (last.isReference() && last.target() == &target && last.offset + lastLength == offset) {
+      extendBy(*tail, length);
+      return 0;
+    }
+  }
+  if (wouldCloseCircle(buffer, target)) return kPVBlockBufferBadPointerParameterErr;
+  if (PVStatus status =
+          addEntry(buffer, {.kind = Kind::kReference, .offset = offset, .block = &target}, length))
+    return status;
+  BRRetain(&target);
+  target.noteReferenced();
+  buffer.tail()->mayHoldReferences = true;
+  return 0;
+}
+
+// Remembers where a buffer ends, to go back there.
+class Savepoint {
+ public:
+  explicit Savepoint(PVBlockBuffer& buffer)
+      : tail_(*buffer.tail()), count_(tail_.count), ownLength_(tail_.ownLength()) {}
+
+  void restore() {
+    if (PVBlockBuffer* added = tail_.child()) {
+      tail_.link() = {};
+      tail_.chain->count = tail_.chainIndex + 1;
+      BRRelease(added);
+    }
+    while (tail_.count > count_) {
+      Entry& entry = tail_.entries()[--tail_.count];
+      BRRelease(entry.target());
+      entry = {};
+    }
+    if (count_ > 0) tail_.entries()[count_ - 1].end = ownLength_;
+    if (tail_.chain) tail_.chain->end = tail_.chain->links[tail_.chainIndex].start + ownLength_;
+  }
+
+ private:
+  PVBlockBuffer& tail_;
+  int32_t count_;
+  size_t ownLength_;
+};
+
+// Adds references to the buffers that own a range's memory. A part that no memory backs yet, since a
+// referenced buffer is shorter than the reference to it, becomes a reference to that shorter buffer.
+PVStatus addResolved(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset, size_t length) {
+  while (length > 0) {
+    PVBlockBuffer* owner = &target;
+    size_t ownerOffset = offset;
+    size_t part = length;
+    for (;;) {
+      const Position at = findEntry(owner, ownerOffset);
+      if (!at.member) break;
+      const Entry& entry = at.entry();
+      if (!entry.isReference()) {
+        // Neighbours in the owner become one reference: as far as its entries are known to be memory, at
+        // once.
+        ownerOffset = at.member->startOf(at.index) + at.consumed;
+        const size_t whole = at.member->ownLength() - ownerOffset;
+        part = std::min(part, at.member->mayHoldReferences ? at.remaining() : whole);
+        owner = at.member;
+        break;
+      }
+      part = std::min(part, at.remaining());
+      owner = entry.target();
+      ownerOffset = entry.offset + at.consumed;
+    }
+    if (PVStatus status = addReference(buffer, *owner, ownerOffset, part)) return status;
+    offset += part;
+    length -= part;
+  }
+  return 0;
+}
+
+}  // namespace
+
+PVStatus assureEntry(Entry& entry) {
+  if (entry.kind == Kind::kAllocatorPending) {
+    entry.block = BRAllocatorAllocate(entry.allocator(), entry.blockLength);
+    if (!entry.block) return kPVBlockBufferBlockAllocationFailedErr;
+    entry.kind = Kind::kAllocatorBlock;
+  } else if (entry.kind == Kind::kCustomPending) {
+    entry.block = entry.custom()->allocateBlock(entry.custom()->refCon, entry.blockLength);
+    if (!entry.block) return kPVBlockBufferBlockAllocationFailedErr;
+    entry.kind = Kind::kCustomBlock;
+  }
+  return 0;
+}
+
+PVStatus appendMemoryBlock(PVBlockBuffer& buffer, void* block, size_t blockLength,
+                           BRAllocatorRef blockAllocator, const PVBlockBufferCustomBlockSource* customSource,
+                           size_t offset, size_t length, PVBlockBufferFlags flags) {
+  if (!hasRoom(buffer, length)) return kPVBlockBufferBadLengthParameterErr;
+  Entry entry{.offset = offset, .block = block, .blockLength = blockLength};
+  BRAllocatorRef own = BRGetAllocator(&buffer);
+  if (customSource) {
+    void* copy = BRAllocatorAllocate(own, sizeof *customSource);
+    if (!copy) return kPVBlockBufferStructureAllocationFailedErr;
+    entry.kind = block ? Kind::kCustomBlock : Kind::kCustomPending;
+    entry.source = std::memcpy(copy, customSource, sizeof *customSource);
+  } else {
+    entry.kind = block ? Kind::kAllocatorBlock : Kind::kAllocatorPending;
+    entry.source = const_cast<void*>(BRRetain(blockAllocator ? blockAllocator : kBRAllocatorSystem));
+  }
+  PVStatus status = flags & kPVBlockBufferAssureMemoryNowFlag ? assureEntry(entry) : 0;
+  if (!status) status = addEntry(buffer, entry, length);
+  if (status) {
+    // What the caller brought stays the caller's.
+    if (block) entry.block = nullptr;
+    releaseEntry(buffer, entry);
+  }
+  return status;
+}
+
+PVStatus appendBufferReference(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset, size_t length,
+                               PVBlockBufferFlags flags) {
+  const size_t available = target.totalLength();
+  if (available > 0) {
+    if (offset >= available) return kPVBlockBufferBadOffsetParameterErr;
+    if (length > available - offset) return kPVBlockBufferBadLengthParameterErr;
+    if (length == 0) length = available - offset;
+  } else {
+    if (!(flags & kPVBlockBufferPermitEmptyReferenceFlag)) return kPVBlockBufferEmptyBBufErr;
+    if (length == 0 || length > SIZE_MAX - offset) return kPVBlockBufferBadLengthParameterErr;
+  }
+  if (available > 0 && !(flags & kPVBlockBufferDontOptimizeDepthFlag)) {
+    Savepoint before(buffer);
+    if (!addResolved(buffer, target, offset, length)) return 0;
+    // No memory for the pieces: one reference to the whole says the same, less directly.
+    before.restore();
+  }
+  return addReference(buffer, target, offset, length);
+}
+
+}  // namespace pv::block
+
+PVStatus PVBlockBufferAppendMemoryBlock(PVBlockBufferRef buffer, void* memoryBlock, size_t blockLength,
+                                        BRAllocatorRef blockAllocator,
+                                        const PVBlockBufferCustomBlockSource* customBlockSource,
+                                        size_t offsetToData, size_t dataLength, PVBlockBufferFlags flags) {
+  if (!buffer) return pv::signalError(kPVBlockBufferBadPointerParameterErr);
+  if (blockLength == 0 || dataLength == 0) return pv::signalError(kPVBlockBufferBadLengthParameterErr);
+  if (offsetToData >= blockLength) return pv::signalError(kPVBlockBufferBadOffsetParameterErr);
+  if (dataLength > blockLength - offsetToData) return pv::signalError(kPVBlockBufferBadLengthParameterErr);
+  if (customBlockSource) {
+    const bool usable =
+        memoryBlock ? customBlockSource->freeBlock != nullptr : customBlockSource->allocateBlock != nullptr;
+    if (customBlockSource->version != 0 || !usable)
+      return pv::signalError(kPVBlockBufferBadCustomBlockSourceErr);
+  } else if (!memoryBlock && blockAllocator == kBRAllocatorNull) {
+    return pv::signalError(kPVBlockBufferBlockAllocationFailedErr);
+  }
+  const PVStatus status = pv::block::appendMemoryBlock(*buffer, memoryBlock, blockLength, blockAllocator,
+                                                       customBlockSource, offsetToData, dataLength, flags);
+  return status ? pv::signalError(status) : 0;
+}
+
+PVStatus PVBlockBufferAppendBufferReference(PVBlockBufferRef buffer, PVBlockBufferRef targetBuffer,
+                                            size_t offsetToData, size_t dataLength,
+                                            PVBlockBufferFlags flags) {
+  if (!buffer || !targetBuffer) return pv::signalError(kPVBlockBufferBadPointerParameterErr);
+  const PVStatus status =
+      pv::block::appendBufferReference(*buffer, *targetBuffer, offsetToData, dataLength, flags);
+  return status ? pv::signalError(status) : 0;
+}

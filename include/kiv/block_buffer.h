@@ -1,0 +1,30 @@
+/* Block buffers, for sibling media layers. */
+#ifndef KIV_BLOCK_BUFFER_H
+#define KIV_BLOCK_BUFFER_H
+
+#include <pevrin/block_buffer.h>
+
+PV_BEGIN_DECLS
+
+/* Does what PVBlockBufferGetDataPointer does, and also names the buffer that owns the memory: the one that holds the
+ * memory block itself, at the end of all references. *originOut is borrowed: it lives as long as the buffer holds its
+ * reference to it, and may be retained. *originOffsetOut is the byte's offset within it: asked for that offset, the
+ * origin gives the same pointer.
+ *
+ * Every output may be NULL, and is written only on success. Statuses and threads are those of
+ * PVBlockBufferGetDataPointer. The origin of bytes that a buffer holds in an overflow child is that child, which is a
+ * block buffer like any other. */
+PV_EXPORT PVStatus KivBlockBufferGetDataPointerAndOrigin(PVBlockBufferRef buffer, size_t offset,
+                                                         size_t *lengthAtOffsetOut, size_t *totalLengthOut,
+                                                         char **dataPointerOut, PVBlockBufferRef *originOut,
+                                                         size_t *originOffsetOut);
+
+/* Adds a reference and returns the buffer. NULL is allowed and gives NULL. Any thread. */
+PV_EXPORT PVBlockBufferRef KivBlockBufferRetain(PVBlockBufferRef buffer);
+
+/* Drops a reference; the last one gives back every block. NULL is allowed. Any thread. */
+PV_EXPORT void KivBlockBufferRelease(PVBlockBufferRef buffer);
+
+PV_END_DECLS
+
+#endif
