@@ -230,7 +230,7 @@ BRNotificationCenterRef BRNotificationCenterGetLocalCenter(void) {
 bool BRNotificationCenterAddObserver(BRNotificationCenterRef center, const void* observer,
                                      BRNotificationCallback callback, BRStringRef name, const void* object) {
   if (!center || !observer || !callback || (!name && !object)) return false;
-  auto ownName = br::Ref<const BRString>::retain(name);
+  auto ownName = br::Ref<const BRString>::adopt(name ? BRStringCreateCopy(nullptr, name) : nullptr);
   if (name && !ownName) return false;
   const Key key = makeKey(ownName.get(), object);
   ListenerSnapshot* unread = nullptr;

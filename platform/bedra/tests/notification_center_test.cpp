@@ -69,6 +69,23 @@ TEST(NotificationCenter, NameAndObjectSelectAndNullMatchesAny) {
   }
 }
 
+TEST(NotificationCenter, NamesCompareByText) {
+  int object = 0, calls = 0;
+  Observer observer([&](BRStringRef, const void*) { ++calls; });
+  BRStringRef name = BRStringCreateWithCString(nullptr, "ended", kBRStringEncodingUTF8);
+  BRStringRef same = BRStringCreateWithCString(nullptr, "ended", kBRStringEncodingUTF8);
+  observer.add(name, &object);
+  BRRelease(name);
+  observer.add("ended"_br, &object);
+  post(same, &object);
+  post("ended"_br, &object);
+  EXPECT_EQ(calls, 4);
+  observer.remove(same, &object);
+  post(same, &object);
+  EXPECT_EQ(calls, 4);
+  BRRelease(same);
+}
+
 TEST(NotificationCenter, CallsInOrderOfRegistrationAcrossKindsOfKeys) {
   int object = 0;
   std::string order;
@@ -97,6 +114,30 @@ TEST(NotificationCenter, BadArgumentsAreRefused) {
   BRNotificationCenterRemoveObserver(center(), &observer, nullptr, nullptr);
   BRNotificationCenterPostNotification(nullptr, "x"_br, &object, nullptr);
   BRNotificationCenterPostNotification(center(), nullptr, &object, nullptr);
+}
+
+TEST(NotificationCenter, CallbacksMayAddRemoveAndPost) {
+  int object = 0;
+  std::string heard;
+  Observer later([&](BRStringRef, const void*) { heard += "later "; });
+  Observer removed([&](BRStringRef, const void*) { heard += "removed "; });
+  Observer first([&](BRStringRef, const void*) {
+    heard += "first ";
+    first.remove("change"_br, &object);
+    removed.remove("change"_br, &object);
+    later.add("change"_br, &object);
+    post("nested"_br, &object);
+  });
+  Observer last(
+      [&](BRStringRef name, const void*) { heard += BREqual(name, "nested"_br) ? "nested " : "last "; });
+  first.add("change"_br, &object);
+  removed.add("change"_br, &object);
+  last.add(nullptr, &object);
+  post("change"_br, &object);
+  EXPECT_EQ(heard, "first nested last ");
+  heard.clear();
+  post("change"_br, &object);
+  EXPECT_EQ(heard, "last later ");
 }
 
 TEST(NotificationCenter, PostsNestDeeperThanAThreadsOwnFrames) {
