@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "src/collection_text.hpp"
 #include "src/internal.hpp"
 
 namespace {
@@ -107,6 +108,12 @@ bool BRArray::insert(size_t index, const void* value) {
   values[index] = value;
   ++count;
   return true;
+}
+
+BRStringRef BRArray::copyDescription() const {
+  br::CollectionText text({'[', ']', ",", ""}, count);
+  for (size_t i = 0; i < count && text.next(); ++i) text.append(values[i], callbacks->copyDescription);
+  return text.finish();
 }
 
 BRTypeID BRArrayGetTypeID(void) { return br::typeID<BRArray>(); }

@@ -20,16 +20,21 @@ struct BRArray : BRObject {
   bool isMutable() const { return hasFlag(br::kClassFlag0); }
   bool equals(const BRArray& other) const;
   BRHashCode hash() const { return count; }
+  BRStringRef copyDescription() const;
 
   bool makeRoom(size_t wanted);
   // Retains the value and puts it at an index up to count; there must be room.
   bool insert(size_t index, const void* value);
+  // Takes over the caller's reference; there must be room.
+  void append(const void* value) { values[count++] = value; }
 
   const void** values = nullptr;
   size_t count = 0;
   size_t capacity = 0;
   const BRArrayCallBacks* callbacks = nullptr;
   bool ownsStorage = false;
+  // Levels of containers when a property-list copy made the array, else 0.
+  uint16_t propertyListLevels = 0;
 };
 
 #endif

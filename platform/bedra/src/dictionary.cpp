@@ -1,18 +1,8 @@
-// Dictionaries: a hash table of keys and values in an object. An immutable one is one block; a mutable one
-// gets a second when it outgrows the few entries that fit in the first.
-#include <bedra/dictionary.h>
+#include "src/dictionary.hpp"
+
 #include <bedra/string.h>
-#include <bedra/literal.hpp>
 
-#include "src/hash_table.hpp"
-
-struct BRDictionary : br::HashCollection {
-  static constexpr const char* className = "BRDictionary";
-  static constexpr bool kHasValues = true;
-
-  bool equals(const BRDictionary& other) const { return table.equals(other.table); }
-  BRHashCode hash() const { return table.count(); }
-};
+#include "src/collection_text.hpp"
 
 namespace {
 
@@ -20,8 +10,8 @@ using br::HashTable;
 
 const void* retainObject(BRAllocatorRef, const void* object) { return BRRetain(object); }
 void releaseObject(BRAllocatorRef, const void* object) { BRRelease(object); }
-const void* copyString(BRAllocatorRef, const void* string) {
-  return BRRetain(string);  // strings are immutable for now
+const void* copyString(BRAllocatorRef allocator, const void* string) {
+  return BRStringCreateCopy(allocator, static_cast<BRStringRef>(string));
 }
 
 BRAllocatorRef allocatorOf(BRDictionaryRef dictionary) { return BRGetAllocator(dictionary); }
@@ -35,6 +25,18 @@ constinit const BRDictionaryKeyCallBacks kBRCopyStringDictionaryKeyCallBacks = {
     0, copyString, releaseObject, BRCopyDescription, BREqual, BRHash};
 constinit const BRDictionaryValueCallBacks kBRTypeDictionaryValueCallBacks = {0, retainObject, releaseObject,
                                                                               BRCopyDescription, BREqual};
+}
+
+BRStringRef BRDictionary::copyDescription() const {
+  br::CollectionText text({'{', '}', ";", ";"}, table.count());
+  for (uint32_t i = 0; i < table.end(); ++i) {
+    if (!table.isLive(i)) continue;
+    if (!text.next()) break;
+    text.append(table.key(i), table.keyCallbacks().copyDescription);
+    text.append(" = ");
+    text.append(table.value(i), table.valueCallbacks().copyDescription);
+  }
+  return text.finish();
 }
 
 BRTypeID BRDictionaryGetTypeID(void) { return br::typeID<BRDictionary>(); }

@@ -49,6 +49,11 @@ class HashTable {
   const BRDictionaryKeyCallBacks& keyCallbacks() const { return *keyCallbacks_; }
   const BRDictionaryValueCallBacks& valueCallbacks() const { return *valueCallbacks_; }
 
+  // Keys and values are objects, compared as such.
+  bool comparesObjects() const {
+    return keyKind_ == KeyKind::kObjects && (!hasValues() || valueCallbacks_->equal == BREqual);
+  }
+
   // Entries are walked as `for (i = 0; i < end(); ++i) if (isLive(i)) …`.
   uint32_t end() const { return end_; }
   bool isLive(uint32_t index) const { return hashes_[index] != 0; }
@@ -107,6 +112,13 @@ class HashTable {
   uint32_t count_ = 0;
   KeyKind keyKind_ = KeyKind::kIdentity;
   bool ownsStorage_ = false;
+
+ public:
+  // Levels of containers when a property-list copy made the collection, else 0. Stands here where it costs no
+  // room.
+  uint16_t propertyListLevels = 0;
+
+ private:
   const BRDictionaryKeyCallBacks* keyCallbacks_ = nullptr;
   const BRDictionaryValueCallBacks* valueCallbacks_ = nullptr;
 };

@@ -1,6 +1,7 @@
 // Sets: a hash table of keys alone in an object.
 #include <bedra/set.h>
 
+#include "src/collection_text.hpp"
 #include "src/hash_table.hpp"
 
 struct BRSet : br::HashCollection {
@@ -9,6 +10,7 @@ struct BRSet : br::HashCollection {
 
   bool equals(const BRSet& other) const { return table.equals(other.table); }
   BRHashCode hash() const { return table.count(); }
+  BRStringRef copyDescription() const;
 };
 
 namespace {
@@ -23,6 +25,16 @@ void releaseObject(BRAllocatorRef, const void* object) { BRRelease(object); }
 extern "C" {
 constinit const BRSetCallBacks kBRTypeSetCallBacks = {0,       retainObject, releaseObject, BRCopyDescription,
                                                       BREqual, BRHash};
+}
+
+BRStringRef BRSet::copyDescription() const {
+  br::CollectionText text({'{', '}', ",", ""}, table.count());
+  for (uint32_t i = 0; i < table.end(); ++i) {
+    if (!table.isLive(i)) continue;
+    if (!text.next()) break;
+    text.append(table.key(i), table.keyCallbacks().copyDescription);
+  }
+  return text.finish();
 }
 
 BRTypeID BRSetGetTypeID(void) { return br::typeID<BRSet>(); }

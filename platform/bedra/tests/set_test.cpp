@@ -7,7 +7,12 @@
 #include <random>
 #include <vector>
 
+#include "tests/support/failing_allocator.hpp"
+
 namespace {
+
+using namespace br::literals;
+using test::Outcome;
 
 const void* word(uintptr_t number) { return reinterpret_cast<const void*>(number); }
 
@@ -40,6 +45,41 @@ TEST(Set, BehavesAsValuesInOrderOfAdditionUnderRandomChanges) {
     EXPECT_EQ(BRSetGetCount(set.get()), 0u);
     EXPECT_EQ(BRSetGetCount(copy.get()), model.size());
   }
+}
+
+TEST(Set, HoldsTheFirstOfEqualObjectsAndAnswersWithIt) {
+  auto other = br::Ref<const BRString>::adopt(BRStringCreateWithCString(nullptr, "a", kBRStringEncodingUTF8));
+  const void* values[] = {"a"_br, other.get(), "b"_br};
+  auto set = br::Ref<const BRSet>::adopt(BRSetCreate(nullptr, values, 3, &kBRTypeSetCallBacks));
+  EXPECT_EQ(BRSetGetCount(set.get()), 2u);
+  EXPECT_EQ(BRSetGetValue(set.get(), other.get()), "a"_br);
+  EXPECT_EQ(BRSetGetValue(set.get(), "c"_br), nullptr);
+  EXPECT_EQ(BRGetRetainCount(other.get()), 1u);
+  std::vector<const void*> seen;
+  BRSetApply(
+      set.get(), [](const void* value, void* out) { static_cast<decltype(seen)*>(out)->push_back(value); },
+      &seen);
+  EXPECT_EQ(seen, (std::vector<const void*>{"a"_br, "b"_br}));
+  EXPECT_FALSE(BRSetAddValue(const_cast<BRMutableSetRef>(set.get()), "c"_br));
+  EXPECT_FALSE(BRSetRemoveValue(const_cast<BRMutableSetRef>(set.get()), "a"_br));
+}
+
+TEST(Set, EveryFailedRequestLeavesTheSetAsItWas) {
+  const int requests = test::walkAllocationFailures([](BRAllocatorRef allocator) {
+    auto set = br::Ref<BRSet>::adopt(BRSetCreateMutable(allocator, 0, &kBRTypeSetCallBacks));
+    if (!set) return Outcome::kOutOfMemory;
+    for (int i = 0; i < 40; ++i) {
+      auto text = br::Ref<const BRString>::adopt(BRStringCreateWithFormat(nullptr, "%d", i));
+      if (BRSetAddValue(set.get(), text.get())) continue;
+      EXPECT_EQ(BRSetGetCount(set.get()), static_cast<size_t>(i));
+      EXPECT_FALSE(BRSetContainsValue(set.get(), text.get()));
+      EXPECT_TRUE(BRSetContainsValue(set.get(), "0"_br));
+      return Outcome::kOutOfMemory;
+    }
+    auto copy = br::Ref<BRSet>::adopt(BRSetCreateMutableCopy(allocator, set.get()));
+    return copy ? Outcome::kSucceeded : Outcome::kOutOfMemory;
+  });
+  EXPECT_EQ(requests, 1 + 4 + 2);  // the set, growth to 8, 16, 32 and 64, the copy and its table
 }
 
 }  // namespace

@@ -107,6 +107,7 @@ T* construct(void* block, Arguments&&... arguments) {
 // A new T, owned by the caller, or null when memory runs out.
 template <class T, class... Arguments>
 T* create(BRAllocatorRef allocator, size_t extraBytes, Arguments&&... arguments) {
+  if (extraBytes > SIZE_MAX - sizeof(T)) return nullptr;
   void* block =
       const_cast<void*>(BRRuntimeCreateInstance(allocator, typeID<T>(), sizeof(T) - sizeof(BRObject) + extraBytes));
   return block ? construct<T>(block, std::forward<Arguments>(arguments)...) : nullptr;

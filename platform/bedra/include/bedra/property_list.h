@@ -1,4 +1,13 @@
-/* Property lists: trees of strings, numbers, booleans, nulls, data, arrays and dictionaries. */
+/* Property lists: trees of strings, numbers, booleans, nulls, data, arrays, and dictionaries whose keys are strings.
+ *
+ * They describe things: a format's extensions, a buffer's attachments. The deep copy freezes such a tree, so that its
+ * new owner may keep it and read it from any thread whatever becomes of the original.
+ *
+ *   BRDictionaryRef kept = (BRDictionaryRef)BRPropertyListCreateDeepCopy(allocator, extensions);
+ *   if (!kept) return kOutOfMemoryOrNotAPropertyList;
+ *   ...
+ *   BRRelease(kept);
+ */
 #ifndef BEDRA_PROPERTY_LIST_H
 #define BEDRA_PROPERTY_LIST_H
 
@@ -6,7 +15,16 @@
 
 BR_BEGIN_DECLS
 
-/* A deep immutable copy. NULL when the tree holds anything else, is deeper than 512 levels, or memory runs out. */
+/* The most containers within each other, the outermost counted. */
+enum { kBRPropertyListMaximumDepth = 512 };
+
+/* An immutable copy of the tree, equal to it: arrays and dictionaries are made anew with the kBRType… callbacks and the
+ * same order, strings and data are copied unless they are immutable already, numbers, booleans and null are shared. A
+ * tree that this function made with the same allocator is retained and returned itself. The caller releases the copy
+ * and must not change the tree during the call.
+ *
+ * NULL when the tree holds anything else (another class, a set, NULL, a key that is not a string, an array or dictionary
+ * whose callbacks do not compare objects), is deeper than kBRPropertyListMaximumDepth, or memory runs out. */
 BR_EXPORT BRTypeRef BRPropertyListCreateDeepCopy(BRAllocatorRef allocator, BRTypeRef propertyList);
 
 BR_END_DECLS

@@ -3,11 +3,14 @@
 //   auto name = br::Ref<const BRString>::adopt(BRStringCreateWithCString(nullptr, "reel", kBRStringEncodingUTF8));
 //   br::Ref<const BRString> same = name;              // retains
 //   return same.detach();                             // the caller now owns it
+//
+// br::Ref<const void> holds an object of any class.
 #ifndef BEDRA_REF_HPP
 #define BEDRA_REF_HPP
 
 #include <bedra/runtime.h>
 
+#include <type_traits>
 #include <utility>
 
 namespace br {
@@ -35,7 +38,7 @@ class Ref {
 
   T* get() const { return object_; }
   T* operator->() const { return object_; }
-  T& operator*() const { return *object_; }
+  std::add_lvalue_reference_t<T> operator*() const { return *object_; }
   explicit operator bool() const { return object_ != nullptr; }
 
   // Hands the reference out; this one is empty afterwards.
