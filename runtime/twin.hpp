@@ -6,6 +6,6 @@
 #define PEVRIN_RUNTIME_TWIN_HPP
 
 #define PV_TWIN(twin, original) \
-  extern "C" PV_EXPORT decltype(original) twin __attribute__((alias(#original)));
+  extern "C" PV_EXPORT decltype(original) twin __attribute__((alias(#original), nothrow));
 
 #endif

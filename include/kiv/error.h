@@ -1,4 +1,10 @@
-/* Error signalling: every failing return of the library passes its status through here. */
+/* Error signalling: every failing return of the library passes its status through here.
+ *
+ *   const uint64_t before = KivGetErrorCount();
+ *   runTheStep();
+ *   if (KivGetErrorCount() != before) puts("something failed on the way; run with PEVRIN_LOG_ERRORS=1 to see what");
+ *
+ * The source location is there for the log; the answer does not depend on it. */
 #ifndef KIV_ERROR_H
 #define KIV_ERROR_H
 
