@@ -47,6 +47,11 @@ class TextBuffer {
   void append(char character) { append(1, character); }
 
   std::string_view text() const { return {bytes(), lengthBytes_}; }
+  // The same with a NUL behind it.
+  const char* cString() {
+    const_cast<char*>(bytes())[lengthBytes_] = '\0';
+    return bytes();
+  }
   // What reserve() offers now without growing, the NUL not counted.
   size_t roomBytes() const { return capacityBytes() - lengthBytes_ - 1; }
   bool failed() const { return failed_; }

@@ -30,12 +30,13 @@ T* createUnfilled(BRAllocatorRef allocator, size_t extraBytes, Arguments&&... ar
 // reads the object any more.
 void clearWeakReferences(BRObject* object);
 
-// Pointers are aligned: the low bits alone would crowd a table.
-inline BRHashCode hashPointer(const void* pointer) {
-  uint64_t bits = reinterpret_cast<uintptr_t>(pointer);
+// Spreads numbers that differ in few bits, such as pointers and small integers, over a table.
+inline BRHashCode hashBits(uint64_t bits) {
   bits ^= bits >> 32;
   return bits * 0x9E3779B97F4A7C15u >> 16 ^ bits;
 }
+
+inline BRHashCode hashPointer(const void* pointer) { return hashBits(reinterpret_cast<uintptr_t>(pointer)); }
 
 // True when an object made with the wished-for allocator would have the object's own.
 inline bool sameAllocator(BRTypeRef object, BRAllocatorRef allocator) {

@@ -88,12 +88,11 @@ void writeLine(BRLogLevel level, std::string_view message) {
   }
 }
 
-// The message's text must have a NUL behind it.
-void deliver(BRLogLevel level, std::string_view message) {
+void deliver(BRLogLevel level, const char* message) {
   SinkCall call;
   if (inSink || !beginCall(call)) return writeLine(level, message);
   inSink = true;
-  call.sink(level, message.data(), call.context);
+  call.sink(level, message, call.context);
   inSink = false;
   endCall(call);
 }
@@ -110,11 +109,7 @@ void BRLog(BRLogLevel level, const char* format, ...) {
   va_end(arguments);
   // a message that cannot be made is better told by its format than not at all
   br::appendRepaired(repaired, isGood ? formatted.text() : format);
-  repaired.append(std::string_view("", 1));
-  if (repaired.failed())
-    deliver(level, "out of memory");
-  else
-    deliver(level, repaired.text().substr(0, repaired.text().size() - 1));
+  deliver(level, repaired.failed() ? "out of memory" : repaired.cString());
   errno = savedErrno;
 }
 

@@ -167,7 +167,7 @@ BRHashCode BRNumber::hash() const {
     const double canonical = std::isnan(asDouble) ? std::numeric_limits<double>::quiet_NaN() : asDouble;
     std::memcpy(&bits, &canonical, sizeof bits);
   }
-  return br::hashPointer(reinterpret_cast<const void*>(bits));
+  return br::hashBits(bits);
 }
 
 BRStringRef BRNumber::copyDescription() const {

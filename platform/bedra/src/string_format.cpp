@@ -123,23 +123,10 @@ class Formatter {
   }
 
   bool print(const Conversion& conversion) {
+    if (!conversion.letter) return false;
+    if (std::strchr("diouxX", conversion.letter)) return printInteger(conversion);
+    if (std::strchr("eEfFgGaA", conversion.letter)) return printFloat(conversion);
     switch (conversion.letter) {
-      case 'd':
-      case 'i':
-      case 'o':
-      case 'u':
-      case 'x':
-      case 'X':
-        return printInteger(conversion);
-      case 'e':
-      case 'E':
-      case 'f':
-      case 'F':
-      case 'g':
-      case 'G':
-      case 'a':
-      case 'A':
-        return printFloat(conversion);
       case 'c':
         return printCharacter(conversion);
       case 's':
@@ -147,8 +134,8 @@ class Formatter {
       case '@':
         return printObject(conversion);
       case 'p':
-        if (conversion.length != Length::kNone) return false;
-        return printWithLibrary(conversion, "", va_arg(arguments_, void*));
+        return conversion.length == Length::kNone &&
+               printWithLibrary(conversion, "", va_arg(arguments_, void*));
       default:
         return false;
     }
