@@ -2,13 +2,14 @@
 #include "src/byte_buffer.hpp"
 
 #include <algorithm>
+#include <cstdint>
 
 bool br::growBlock(ByteBlock& block, BRAllocatorRef allocator, size_t usedBytes, size_t neededBytes) {
   if (neededBytes <= block.capacityBytes) return true;
+  if (neededBytes > PTRDIFF_MAX) return false;  // no block is that large; it also keeps the sum below in range
   constexpr size_t kSmallestBytes = 32;
-  size_t capacityBytes = std::max(neededBytes, kSmallestBytes);
-  if (block.capacityBytes < SIZE_MAX / 2)
-    capacityBytes = std::max(capacityBytes, block.capacityBytes + block.capacityBytes / 2);
+  const size_t capacityBytes =
+      std::max({neededBytes, kSmallestBytes, block.capacityBytes + block.capacityBytes / 2});
   void* grown = BRAllocatorReallocate(allocator, block.bytes, capacityBytes);
   if (!grown && block.bytes) {
     grown = BRAllocatorAllocate(allocator, capacityBytes);

@@ -64,6 +64,7 @@ BRData::~BRData() {
 BRHashCode BRData::hash() const {
   constexpr size_t kEndBytes = 256;
   const char* text = reinterpret_cast<const char*>(bytes);
+  if (lengthBytes == 0) text = "";
   if (lengthBytes <= 2 * kEndBytes) return br::hashStringBytes(text, lengthBytes);
   const uint64_t head = br::hashStringBytes(text, kEndBytes);
   const uint64_t tail = br::hashStringBytes(text + lengthBytes - kEndBytes, kEndBytes);
