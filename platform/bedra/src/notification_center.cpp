@@ -115,23 +115,22 @@ struct Removal {
   }
 };
 
-// Under the lock. False when there was nothing to remove.
-bool removeFromBucket(Bucket& bucket, const Removal& removal, ListenerSnapshot** unread) {
+// Under the lock.
+void removeFromBucket(Bucket& bucket, const Removal& removal, ListenerSnapshot** unread) {
   ListenerSnapshot* old = bucket.load(std::memory_order_relaxed);
-  if (!old) return false;
+  if (!old) return;
   bool any = false;
   for (auto& listener : *old) {
     if (listener.isRemoved() || !removal.takes(listener)) continue;
     listener.setRemoved();
     any = true;
   }
-  if (!any) return false;
+  if (!any) return;
   bool empty;
   ListenerSnapshot* fresh = copySnapshot(old, nullptr, &empty);
-  if (!fresh && !empty) return true;
+  if (!fresh && !empty) return;
   bucket.store(fresh, std::memory_order_release);
   br::retireSnapshot(old, true, unread);
-  return true;
 }
 
 // Removes from one bucket, or from all of them when the removal has no key, and waits for the calls in
@@ -141,11 +140,10 @@ void remove(Removal removal) {
   {
     std::unique_lock lock(deliveryLock);
     removal.firstLater = nextSerial;
-    bool any = false;
     if (removal.key) {
-      any = removeFromBucket(removal.key->bucket(), removal, &unread);
+      removeFromBucket(removal.key->bucket(), removal, &unread);
     } else {
-      for (auto& bucket : buckets) any |= removeFromBucket(bucket, removal, &unread);
+      for (auto& bucket : buckets) removeFromBucket(bucket, removal, &unread);
     }
     // Inside a delivery another thread may be waiting for this one to finish it.
     if (br::threadDeliveries.depth == 0) br::waitForDeliveries(lock, Removal::isCalledIn, &removal);
