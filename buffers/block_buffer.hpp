@@ -27,8 +27,6 @@
 #include <atomic>
 #include <bedra/object.hpp>
 
-#include "runtime/attachment_store.hpp"
-
 namespace pv::block {
 
 enum class Kind : uint32_t {
@@ -104,7 +102,6 @@ struct PVBlockBuffer : BRObject {
     if (!wasReferenced()) (chain ? chain->referenced : referenced).store(true, std::memory_order_relaxed);
   }
 
-  pv::AttachmentStore attachments;
   int32_t count = 0;  // entries in use, the link not counted
   int32_t capacity;   // entries in the array, the link counted
   pv::block::Chain* chain = nullptr;
@@ -113,6 +110,7 @@ struct PVBlockBuffer : BRObject {
   std::atomic<uint64_t> mark{0};        // the last ReferenceWalk that came by
   std::atomic<bool> referenced{false};  // see wasReferenced
   bool mayHoldReferences = false;       // false: the member's own entries are all memory
+  int32_t growingEntry = -1;  // entry of appendBytes: what follows its data in its block is free; while it is the last
 };
 
 template <>
@@ -141,6 +139,7 @@ PVStatus appendMemoryBlock(PVBlockBuffer& buffer, void* block, size_t blockLengt
                            size_t offset, size_t length, PVBlockBufferFlags flags);
 PVStatus appendBufferReference(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset, size_t length,
                                PVBlockBufferFlags flags);
+PVStatus appendBytes(PVBlockBuffer& buffer, const void* bytes, size_t length);
 PVStatus assureBlockMemory(PVBlockBuffer& buffer);
 PVStatus copyDataBytes(PVBlockBuffer& buffer, size_t offset, size_t length, void* destination);
 

@@ -1,4 +1,6 @@
 // Adding to block buffers: memory, references, and the overflow chain that makes room.
+#include <kiv/block_buffer.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -10,6 +12,10 @@
 namespace pv::block {
 
 namespace {
+
+// Of the blocks that appendBytes makes.
+constexpr size_t kSmallestGrowingBlock = 4096;
+constexpr size_t kLargestGrowingBlock = size_t{1} << 20;
 
 Chain* createChain(PVBlockBuffer& first) {
   constexpr size_t kFirstCapacity = 4;
@@ -218,6 +224,29 @@ PVStatus appendMemoryBlock(PVBlockBuffer& buffer, void* block, size_t blockLengt
   return status;
 }
 
+PVStatus appendBytes(PVBlockBuffer& buffer, const void* bytes, size_t length) {
+  PVBlockBuffer* tail = buffer.tail();
+  if (const int32_t last = tail->count - 1; last >= 0 && last == tail->growingEntry) [[likely]] {
+    const Entry& entry = tail->entries()[last];
+    const size_t used = entry.end - tail->startOf(last);
+    if (length <= entry.blockLength - used && hasRoom(buffer, length)) [[likely]] {
+      std::memcpy(static_cast<char*>(entry.block) + used, bytes, length);
+      extendBy(*tail, length);
+      return 0;
+    }
+  }
+  // Each block is as long as all that came before, within limits: there are few of them and little is wasted.
+  const size_t total = tail->chain ? tail->chain->end : tail->ownLength();
+  const size_t blockLength = std::max(length, std::clamp(total, kSmallestGrowingBlock, kLargestGrowingBlock));
+  if (PVStatus status = appendMemoryBlock(buffer, nullptr, blockLength, BRGetAllocator(&buffer), nullptr, 0, length,
+                                          kPVBlockBufferAssureMemoryNowFlag))
+    return status;
+  tail = buffer.tail();
+  tail->growingEntry = tail->count - 1;
+  std::memcpy(tail->entries()[tail->growingEntry].block, bytes, length);
+  return 0;
+}
+
 PVStatus appendBufferReference(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset, size_t length,
                                PVBlockBufferFlags flags) {
   const size_t available = target.totalLength();
@@ -258,6 +287,13 @@ PVStatus PVBlockBufferAppendMemoryBlock(PVBlockBufferRef buffer, void* memoryBlo
   }
   const PVStatus status = pv::block::appendMemoryBlock(*buffer, memoryBlock, blockLength, blockAllocator,
                                                        customBlockSource, offsetToData, dataLength, flags);
+  return status ? pv::signalError(status) : 0;
+}
+
+PVStatus KivBlockBufferAppendBytes(PVBlockBufferRef buffer, const void* bytes, size_t length) {
+  if (!buffer || !bytes) return pv::signalError(kPVBlockBufferBadPointerParameterErr);
+  if (length == 0) return pv::signalError(kPVBlockBufferBadLengthParameterErr);
+  const PVStatus status = pv::block::appendBytes(*buffer, bytes, length);
   return status ? pv::signalError(status) : 0;
 }
 

@@ -5,15 +5,7 @@
 #ifndef PEVRIN_RUNTIME_TWIN_HPP
 #define PEVRIN_RUNTIME_TWIN_HPP
 
-// g++ knows that the original does not throw and asks the same of its alias; clang takes that as a second, different
-// declaration of the twin.
-#if defined(__clang__)
-#define PV_TWIN_ATTRIBUTES(original) alias(#original)
-#else
-#define PV_TWIN_ATTRIBUTES(original) alias(#original), nothrow
-#endif
-
 #define PV_TWIN(twin, original) \
-  extern "C" PV_EXPORT decltype(original) twin __attribute__((PV_TWIN_ATTRIBUTES(original)));
+  extern "C" PV_EXPORT decltype(original) twin __attribute__((alias(#original), nothrow));
 
 #endif
