@@ -1,6 +1,7 @@
 // Block buffers as objects: creation, lengths, the end of their lives.
 #include "buffers/block_buffer.hpp"
 
+#include <kiv/attachment.h>
 #include <kiv/block_buffer.h>
 
 #include <algorithm>
@@ -11,9 +12,37 @@ using pv::block::Chain;
 using pv::block::Entry;
 using pv::block::Kind;
 
+namespace {
+
+pv::AttachmentStore& attachmentsOf(PVAttachmentBearerRef bearer) {
+  return static_cast<PVBlockBuffer*>(const_cast<void*>(bearer))->attachments;
+}
+
+constexpr KivAttachmentBearerCallbacks kAttachmentCallbacks{
+    .version = 0,
+    .setAttachment =
+        [](PVAttachmentBearerRef bearer, BRStringRef key, BRTypeRef value, PVAttachmentMode mode) {
+          attachmentsOf(bearer).set(BRGetAllocator(bearer), key, value, mode);
+        },
+    .getAttachment = [](PVAttachmentBearerRef bearer, BRStringRef key,
+                        PVAttachmentMode* modeOut) { return attachmentsOf(bearer).get(key, modeOut); },
+    .removeAttachment = [](PVAttachmentBearerRef bearer,
+                           BRStringRef key) { attachmentsOf(bearer).remove(key); },
+    .removeAllAttachments = [](PVAttachmentBearerRef bearer) { attachmentsOf(bearer).removeAll(); },
+    .copyDictionaryOfAttachments =
+        [](BRAllocatorRef allocator, PVAttachmentBearerRef bearer, PVAttachmentMode mode) {
+          return attachmentsOf(bearer).copy(allocator, mode);
+        }};
+
+}  // namespace
+
 template <>
 BRTypeID br::typeID<PVBlockBuffer>() {
-  static const BRTypeID id = BRRuntimeRegisterClass(&br::kClassOf<PVBlockBuffer>);
+  static const BRTypeID id = [] {
+    const BRTypeID registered = BRRuntimeRegisterClass(&br::kClassOf<PVBlockBuffer>);
+    KivRuntimeRegisterAttachmentBearerWithTypeID(&kAttachmentCallbacks, registered);
+    return registered;
+  }();
   return id;
 }
 

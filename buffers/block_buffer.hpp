@@ -27,6 +27,8 @@
 #include <atomic>
 #include <bedra/object.hpp>
 
+#include "runtime/attachment_store.hpp"
+
 namespace pv::block {
 
 enum class Kind : uint32_t {
@@ -102,6 +104,7 @@ struct PVBlockBuffer : BRObject {
     if (!wasReferenced()) (chain ? chain->referenced : referenced).store(true, std::memory_order_relaxed);
   }
 
+  pv::AttachmentStore attachments;
   int32_t count = 0;  // entries in use, the link not counted
   int32_t capacity;   // entries in the array, the link counted
   pv::block::Chain* chain = nullptr;

@@ -3,6 +3,7 @@
 #define PEVRIN_PEVRIN_H
 
 #include <bedra/bedra.h>
+#include <pevrin/attachment.h>
 #include <pevrin/base.h>
 #include <pevrin/base_object.h>
 #include <pevrin/block_buffer.h>

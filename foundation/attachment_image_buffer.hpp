@@ -1,0 +1,12 @@
+// The bridge that makes Imlay's pixel buffers bearers of attachments.
+#ifndef PEVRIN_FOUNDATION_ATTACHMENT_IMAGE_BUFFER_HPP
+#define PEVRIN_FOUNDATION_ATTACHMENT_IMAGE_BUFFER_HPP
+
+namespace pv {
+
+// Registers pixel buffers; to be called once.
+void registerImageBufferBearer();
+
+}  // namespace pv
+
+#endif

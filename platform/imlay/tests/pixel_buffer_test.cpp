@@ -1,0 +1,81 @@
+#include <bedra/dictionary.h>
+#include <gtest/gtest.h>
+#include <imlay/image_buffer.h>
+
+#include <bedra/literal.hpp>
+#include <bedra/ref.hpp>
+
+#include "tests/support/failing_allocator.hpp"
+
+namespace {
+
+using namespace br::literals;
+using Picture = br::Ref<IMPixelBuffer>;
+constexpr uint32_t kBGRA = 0x42475241;
+
+TEST(PixelBuffer, KnowsWhatItIsAndOwnsZeroedRows) {
+  test::walkAllocationFailures([](BRAllocatorRef allocator) {
+    Picture picture;
+    const IMStatus status = IMPixelBufferCreate(allocator, 3, 2, kBGRA, 16, picture.out());
+    if (status) {
+      EXPECT_EQ(status, kIMStatus_AllocationFailed);
+      EXPECT_EQ(picture.get(), nullptr);
+      return test::Outcome::kOutOfMemory;
+    }
+    EXPECT_EQ(BRGetTypeID(picture.get()), IMPixelBufferGetTypeID());
+    EXPECT_EQ(IMPixelBufferGetPixelFormatType(picture.get()), kBGRA);
+    EXPECT_EQ(IMPixelBufferGetWidth(picture.get()), 3u);
+    EXPECT_EQ(IMPixelBufferGetHeight(picture.get()), 2u);
+    EXPECT_EQ(IMPixelBufferGetBytesPerRow(picture.get()), 16u);
+    const char* bytes = static_cast<char*>(IMPixelBufferGetBaseAddress(picture.get()));
+    for (int i = 0; i < 32; ++i) EXPECT_EQ(bytes[i], 0);
+    return test::Outcome::kSucceeded;
+  });
+}
+
+TEST(PixelBuffer, GivesLentBytesBackOnceAndOnlyAfterSuccess) {
+  int released = 0;
+  char bytes[8];
+  auto release = [](void* refCon, void* address) {
+    EXPECT_NE(address, nullptr);
+    ++*static_cast<int*>(refCon);
+  };
+  auto create = [&](size_t width, size_t height, void* base, size_t rowBytes, IMPixelBufferRef* out) {
+    return IMPixelBufferCreateWithBytes(nullptr, width, height, kBGRA, base, rowBytes, release, &released,
+                                        out);
+  };
+  Picture picture;
+  EXPECT_EQ(create(1, 2, nullptr, 4, picture.out()), kIMStatus_InvalidArgument);
+  EXPECT_EQ(create(1, 2, bytes, 4, nullptr), kIMStatus_InvalidArgument);
+  EXPECT_EQ(create(0, 2, bytes, 4, picture.out()), kIMStatus_InvalidSize);
+  EXPECT_EQ(create(1, 0, bytes, 4, picture.out()), kIMStatus_InvalidSize);
+  EXPECT_EQ(create(1, 2, bytes, 0, picture.out()), kIMStatus_InvalidSize);
+  EXPECT_EQ(create(1, 2, bytes, SIZE_MAX / 2 + 1, picture.out()), kIMStatus_InvalidSize);
+  EXPECT_EQ(picture.get(), nullptr);
+  EXPECT_EQ(create(1, 2, bytes, 4, picture.out()), 0);
+  EXPECT_EQ(IMPixelBufferGetBaseAddress(picture.get()), bytes);
+  EXPECT_EQ(released, 0);
+  picture = nullptr;
+  EXPECT_EQ(released, 1);
+}
+
+TEST(PixelBuffer, AttachmentsHaveOneValueAndOneMode) {
+  Picture picture;
+  ASSERT_EQ(IMPixelBufferCreate(nullptr, 1, 1, kBGRA, 4, picture.out()), 0);
+  IMAttachmentMode mode = 7;
+  EXPECT_EQ(IMBufferGetAttachments(picture.get(), 0), nullptr);
+  IMBufferSetAttachment(picture.get(), "lens"_br, "wide"_br, kIMAttachmentMode_ShouldNotPropagate);
+  IMBufferSetAttachment(picture.get(), "lens"_br, "long"_br, kIMAttachmentMode_ShouldPropagate);
+  IMBufferSetAttachment(picture.get(), "lens"_br, "bad"_br, 2);
+  EXPECT_EQ(IMBufferGetAttachment(picture.get(), "lens"_br, &mode), "long"_br);
+  EXPECT_EQ(mode, kIMAttachmentMode_ShouldPropagate);
+  EXPECT_EQ(IMBufferGetAttachments(picture.get(), 0), nullptr);
+  EXPECT_EQ(BRDictionaryGetCount(IMBufferGetAttachments(picture.get(), 1)), 1u);
+  IMBufferSetAttachment(picture.get(), "take"_br, "one"_br, kIMAttachmentMode_ShouldNotPropagate);
+  IMBufferRemoveAttachment(picture.get(), "lens"_br);
+  EXPECT_EQ(IMBufferGetAttachment(picture.get(), "lens"_br, nullptr), nullptr);
+  IMBufferRemoveAllAttachments(picture.get());
+  EXPECT_EQ(IMBufferGetAttachment(picture.get(), "take"_br, nullptr), nullptr);
+}
+
+}  // namespace

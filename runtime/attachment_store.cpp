@@ -1,0 +1,51 @@
+// The two dictionaries of an attachment bearer.
+#include "runtime/attachment_store.hpp"
+
+#include <bedra/dictionary.h>
+
+#include "runtime/error.hpp"
+
+namespace pv {
+
+void AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, PVAttachmentMode mode) {
+  if (!value) return remove(key);
+  if (mode > kPVAttachmentMode_ShouldPropagate) {
+    signalError(0);
+    return;
+  }
+  br::Ref<BRDictionary>& wanted = modes_[mode];
+  if (!wanted)
+    wanted = br::Ref<BRDictionary>::adopt(BRDictionaryCreateMutable(
+        allocator, 0, &kBRCopyStringDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
+  // Into the one before out of the other: when memory runs out the key stays as it was.
+  if (!BRDictionarySetValue(wanted.get(), key, value)) {
+    signalError(0);
+    return;
+  }
+  BRDictionaryRemoveValue(modes_[1 - mode].get(), key);
+}
+
+BRTypeRef AttachmentStore::get(BRStringRef key, PVAttachmentMode* modeOut) const {
+  for (PVAttachmentMode mode : {kPVAttachmentMode_ShouldNotPropagate, kPVAttachmentMode_ShouldPropagate})
+    if (BRTypeRef value = BRDictionaryGetValue(modes_[mode].get(), key)) {
+      if (modeOut) *modeOut = mode;
+      return value;
+    }
+  return nullptr;
+}
+
+void AttachmentStore::remove(BRStringRef key) {
+  for (auto& attachments : modes_) BRDictionaryRemoveValue(attachments.get(), key);
+}
+
+void AttachmentStore::removeAll() {
+  for (auto& attachments : modes_) attachments = nullptr;
+}
+
+BRDictionaryRef AttachmentStore::copy(BRAllocatorRef allocator, PVAttachmentMode mode) const {
+  if (mode > kPVAttachmentMode_ShouldPropagate || BRDictionaryGetCount(modes_[mode].get()) == 0)
+    return nullptr;
+  return BRDictionaryCreateCopy(allocator, modes_[mode].get());
+}
+
+}  // namespace pv

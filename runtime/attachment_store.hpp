@@ -1,0 +1,33 @@
+// Where an object of this library keeps its attachments: one dictionary per mode, made when first needed. A
+// key is in at most one of them. The object's own header says which threads may come here.
+#ifndef PEVRIN_RUNTIME_ATTACHMENT_STORE_HPP
+#define PEVRIN_RUNTIME_ATTACHMENT_STORE_HPP
+
+#include <bedra/base.h>
+#include <pevrin/attachment.h>
+
+#include <bedra/ref.hpp>
+
+namespace pv {
+
+class AttachmentStore {
+ public:
+  // Sets a key's value and mode; a null value removes the key. An unknown mode and running out of memory
+  // change nothing and are signalled.
+  void set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, PVAttachmentMode mode);
+  // Borrowed, or null; the mode is written only with a value.
+  BRTypeRef get(BRStringRef key, PVAttachmentMode* modeOut) const;
+  void remove(BRStringRef key);
+  void removeAll();
+  // An immutable copy, or null when there is nothing of that mode.
+  BRDictionaryRef copy(BRAllocatorRef allocator, PVAttachmentMode mode) const;
+  // Borrowed, may be null.
+  BRDictionaryRef dictionary(PVAttachmentMode mode) const { return modes_[mode].get(); }
+
+ private:
+  br::Ref<BRDictionary> modes_[2];
+};
+
+}  // namespace pv
+
+#endif
