@@ -59,12 +59,11 @@ function(pevrin_library name)
   target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE $<BUILD_INTERFACE:pevrin_options> ${ARG_PRIVATE})
   target_compile_options(${name} PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti> -fno-semantic-interposition -fno-plt)
-  target_link_options(${name} PRIVATE -Wl,-z,defs,-z,relro,-z,now,-Bsymbolic-functions)
-  if(PEVRIN_SANITIZE)
-    # the sanitizer's runtime is in the program, not in the library
-    get_target_property(options ${name} LINK_OPTIONS)
-    list(REMOVE_ITEM options -Wl,-z,defs,-z,relro,-z,now,-Bsymbolic-functions)
-    set_target_properties(${name} PROPERTIES LINK_OPTIONS "${options}")
+  # under a sanitizer its runtime is in the program, so that a library has open names
+  if(NOT PEVRIN_SANITIZE)
+    target_link_options(${name} PRIVATE
+      -Wl,-z,defs,-z,relro,-z,now,-Bsymbolic-functions,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
   endif()
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${name})

@@ -10,5 +10,7 @@
 #include <pevrin/notification_center.h>
 #include <pevrin/time.h>
 #include <pevrin/time_range.h>
+#include <pevrin/time.h>
+#include <pevrin/time_range.h>
 
 #endif
