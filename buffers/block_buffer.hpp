@@ -81,6 +81,7 @@ struct PVBlockBuffer : BRObject {
 
   explicit PVBlockBuffer(int32_t entryCount) : capacity(entryCount) {}
   ~PVBlockBuffer();
+  BRStringRef copyDebugDescription() const;
 
   Entry* entries() { return br::extra<Entry>(this); }
   const Entry* entries() const { return reinterpret_cast<const Entry*>(this + 1); }

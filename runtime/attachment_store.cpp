@@ -7,9 +7,9 @@
 
 namespace pv {
 
-void AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, PVAttachmentMode mode) {
+void AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, uint32_t mode) {
   if (!value) return remove(key);
-  if (mode > kPVAttachmentMode_ShouldPropagate) {
+  if (mode >= kModes) {
     signalError(0);
     return;
   }
@@ -25,8 +25,8 @@ void AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef v
   BRDictionaryRemoveValue(modes_[1 - mode].get(), key);
 }
 
-BRTypeRef AttachmentStore::get(BRStringRef key, PVAttachmentMode* modeOut) const {
-  for (PVAttachmentMode mode : {kPVAttachmentMode_ShouldNotPropagate, kPVAttachmentMode_ShouldPropagate})
+BRTypeRef AttachmentStore::get(BRStringRef key, uint32_t* modeOut) const {
+  for (uint32_t mode = 0; mode < kModes; ++mode)
     if (BRTypeRef value = BRDictionaryGetValue(modes_[mode].get(), key)) {
       if (modeOut) *modeOut = mode;
       return value;
@@ -42,9 +42,8 @@ void AttachmentStore::removeAll() {
   for (auto& attachments : modes_) attachments = nullptr;
 }
 
-BRDictionaryRef AttachmentStore::copy(BRAllocatorRef allocator, PVAttachmentMode mode) const {
-  if (mode > kPVAttachmentMode_ShouldPropagate || BRDictionaryGetCount(modes_[mode].get()) == 0)
-    return nullptr;
+BRDictionaryRef AttachmentStore::copy(BRAllocatorRef allocator, uint32_t mode) const {
+  if (mode >= kModes || BRDictionaryGetCount(modes_[mode].get()) == 0) return nullptr;
   return BRDictionaryCreateCopy(allocator, modes_[mode].get());
 }
 

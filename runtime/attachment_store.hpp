@@ -4,7 +4,6 @@
 #define PEVRIN_RUNTIME_ATTACHMENT_STORE_HPP
 
 #include <bedra/base.h>
-#include <pevrin/attachment.h>
 
 #include <bedra/ref.hpp>
 
@@ -12,20 +11,23 @@ namespace pv {
 
 class AttachmentStore {
  public:
+  // Modes are 0 and 1, as the interface of attachments numbers them.
+  static constexpr uint32_t kModes = 2;
+
   // Sets a key's value and mode; a null value removes the key. An unknown mode and running out of memory
   // change nothing and are signalled.
-  void set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, PVAttachmentMode mode);
+  void set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, uint32_t mode);
   // Borrowed, or null; the mode is written only with a value.
-  BRTypeRef get(BRStringRef key, PVAttachmentMode* modeOut) const;
+  BRTypeRef get(BRStringRef key, uint32_t* modeOut) const;
   void remove(BRStringRef key);
   void removeAll();
   // An immutable copy, or null when there is nothing of that mode.
-  BRDictionaryRef copy(BRAllocatorRef allocator, PVAttachmentMode mode) const;
+  BRDictionaryRef copy(BRAllocatorRef allocator, uint32_t mode) const;
   // Borrowed, may be null.
-  BRDictionaryRef dictionary(PVAttachmentMode mode) const { return modes_[mode].get(); }
+  BRDictionaryRef dictionary(uint32_t mode) const { return modes_[mode].get(); }
 
  private:
-  br::Ref<BRDictionary> modes_[2];
+  br::Ref<BRDictionary> modes_[kModes];
 };
 
 }  // namespace pv

@@ -1,8 +1,11 @@
+#include <bedra/string.h>
 #include <gtest/gtest.h>
 #include <kiv/block_buffer.h>
 #include <kiv/error.h>
+#include <pevrin/attachment.h>
 #include <pevrin/block_buffer.h>
 
+#include <bedra/literal.hpp>
 #include <bedra/ref.hpp>
 #include <cstring>
 #include <random>
@@ -16,6 +19,7 @@ namespace {
 
 using Buffer = br::Ref<PVBlockBuffer>;
 using test::Outcome;
+using namespace br::literals;
 
 Buffer makeEmpty(uint32_t capacity = 0) {
   Buffer buffer;
@@ -382,6 +386,62 @@ TEST(BlockBuffer, AMillionSubblocksAndAMillionLevelsCostNeitherStackNorSquares) 
   EXPECT_EQ(appendReference(resolved, deep), 0);
   deep = nullptr;
   EXPECT_EQ(textOf(resolved), "x");
+}
+
+std::string descriptionOf(const Buffer& buffer) {
+  auto text = br::Ref<const BRString>::adopt(BRCopyDebugDescription(buffer.get()));
+  return BRStringGetUTF8(text.get());
+}
+
+template <class... Arguments>
+std::string formatted(const char* format, Arguments... arguments) {
+  auto text = br::Ref<const BRString>::adopt(BRStringCreateWithFormat(nullptr, format, arguments...));
+  return BRStringGetUTF8(text.get());
+}
+
+TEST(BlockBuffer, DebugDescriptionShowsEverySubblock) {
+  Pool pool;
+  const PVBlockBufferCustomBlockSource source = pool.source();
+  char block[8];
+  Buffer inner = makeEmpty(4), buffer = makeEmpty(2);
+  PVBlockBufferAppendMemoryBlock(inner.get(), block, 8, kBRAllocatorNull, nullptr, 3, 5, 0);
+  PVBlockBufferAppendMemoryBlock(buffer.get(), nullptr, 10, nullptr, nullptr, 0, 9, 0);
+  appendReference(buffer, inner, 1, 2);
+  PVBlockBufferAppendMemoryBlock(buffer.get(), nullptr, 20, nullptr, &source, 2, 3,
+                                 0);  // in an overflow child
+  PVSetAttachment(buffer.get(), "take"_br, "one"_br, kPVAttachmentMode_ShouldNotPropagate);
+  PVSetAttachment(buffer.get(), "photographer"_br, "two"_br, kPVAttachmentMode_ShouldPropagate);
+  const std::string expected =
+      formatted("PVBlockBuffer %p totalDataLength: 14 retainCount: 1 allocator: %p subBlockCapacity: 3\n",
+                buffer.get(), kBRAllocatorSystem) +
+      " take          = one\n photographer(P) = two\n" +
+      formatted(" [0] 9 bytes @ offset 0 Memory UNALLOCATED, 10 bytes (allocator %p)\n", kBRAllocatorSystem) +
+      " [1] 2 bytes @ offset 1 Buffer Reference:\n" +
+      formatted("    PVBlockBuffer %p totalDataLength: 5 retainCount: 2 allocator: %p subBlockCapacity: 5\n",
+                inner.get(), kBRAllocatorSystem) +
+      formatted("     [0] 5 bytes @ offset 3 Memory Block %p, 8 bytes (allocator %p)\n", block,
+                kBRAllocatorNull) +
+      formatted(" [2] 3 bytes @ offset 2 Memory UNALLOCATED, 20 bytes (custom V=0 A=%p F=%p R=%p)\n",
+                source.allocateBlock, source.freeBlock, &pool);
+  EXPECT_EQ(descriptionOf(buffer), expected);
+  EXPECT_EQ(PVBlockBufferAssureBlockMemory(buffer.get()), 0);
+  EXPECT_NE(descriptionOf(buffer).find("[2] 3 bytes @ offset 2 Memory Block 0x"), std::string::npos);
+}
+
+TEST(BlockBuffer, DebugDescriptionStaysFiniteInDeepAndBranchingNests) {
+  constexpr PVBlockBufferFlags asIs = kPVBlockBufferDontOptimizeDepthFlag;
+  Buffer nest = makeOf({"x"});
+  for (int i = 0; i < 40; ++i) {
+    Buffer outer = makeOf({}, 3);
+    EXPECT_EQ(appendReference(outer, nest, 0, 0, asIs), 0);
+    EXPECT_EQ(appendText(outer.get(), "-"), 0);
+    EXPECT_EQ(appendReference(outer, nest, 0, 0, asIs), 0);
+    nest = std::move(outer);
+  }
+  EXPECT_LT(descriptionOf(nest).size(), size_t{20} << 20);
+  EXPECT_EQ(PVBlockBufferGetDataLength(nest.get()), (size_t{2} << 40) - 1);
+  EXPECT_EQ(PVBlockBufferAssureBlockMemory(nest.get()), 0);  // visits each buffer once, not each path
+  EXPECT_EQ(*pieceAt(nest, (size_t{1} << 40) - 1).data, '-');
 }
 
 TEST(BlockBuffer, FailedAllocationsLeaveEverythingAsItWas) {
