@@ -50,7 +50,9 @@ char* reserveAtEnd(BRMutableStringRef string, size_t moreBytes) {
   const size_t length = string->lengthBytes;
   if (moreBytes > SIZE_MAX - length - 1) return nullptr;
   br::ByteBlock& block = blockOf(string);
-  if (!br::growBlock(block, BRGetAllocator(string), length, length + moreBytes + 1)) return nullptr;
+  const size_t neededBytes = length + moreBytes + 1;
+  if (neededBytes > block.capacityBytes && !br::growBlock(block, BRGetAllocator(string), length, neededBytes))
+    return nullptr;
   return block.bytes + length;
 }
 

@@ -180,9 +180,11 @@ class Formatter {
   // The text of one argument straight into the buffer; a second time when it needs more room than there was.
   template <class Argument>
   bool printWithLibrary(const Conversion& conversion, const char* length, Argument argument) {
-    char specification[24];
-    std::snprintf(specification, sizeof specification, "%%%s%s*.*%s%c", conversion.leftAligned ? "-" : "",
-                  conversion.flags, length, conversion.letter);
+    char specification[16];  // "%-", five flags, "*.*", a length of two, the letter and a NUL
+    char* end = stpcpy(specification, conversion.leftAligned ? "%-" : "%");
+    end = stpcpy(stpcpy(stpcpy(end, conversion.flags), "*.*"), length);
+    end[0] = conversion.letter;
+    end[1] = '\0';
     for (size_t room = out_.roomBytes();;) {
       char* to = out_.reserve(room);
       if (!to) return false;
