@@ -1,0 +1,104 @@
+// A walk over all atoms of a file, from the top down, that goes on past damage.
+#pragma once
+
+#include <kiv/atom_stream.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+struct Atom {
+  PVFourCharCode type = 0;
+  int64_t offset = 0;      // of the header, in the file
+  int64_t size = 0;        // with the header, as the file says
+  int64_t headerSize = 0;  // 8, 16, 24 or 32
+  std::optional<std::array<uint8_t, 16>> uuid;
+  bool container = false;  // it is followed by its children and an end
+  bool truncated = false;  // there is less of it than its size says
+
+  int64_t dataOffset() const { return offset + headerSize; }
+};
+
+// Something wrong with the file.
+struct Damage {
+  std::string path;  // "moov/trak[2]/mdia": the atom concerned; empty for the file itself
+  int64_t offset;    // in the file
+  PVStatus status;
+  std::string message;
+};
+
+class AtomWalk;
+
+// Hears of everything in the order of the file.
+class AtomVisitor {
+ public:
+  // An atom begins. stream stands on it, or is null when the atom is truncated. False ends the walk.
+  virtual bool beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) = 0;
+  // The children of a container are done.
+  virtual void endAtom() = 0;
+  virtual void damaged(Damage damage) = 0;
+
+ protected:
+  ~AtomVisitor() = default;
+};
+
+// Levels that are open wait on a list, not on the call stack, and nothing is read ahead: memory grows with
+// depth alone.
+//
+// An atom that claims more than there is, is shown and entered as far as it goes: a file cut short shows
+// every atom before the cut. Of such a chain the innermost atom is reported, once. Any other damaged header
+// ends its level, and the walk goes on behind the enclosing atom.
+class AtomWalk {
+ public:
+  static constexpr size_t kMaxDepth = 65536;
+
+  AtomWalk(KivByteStreamRef file, int64_t fileSize, AtomVisitor& visitor)
+      : file_(file), fileSize_(fileSize), visitor_(visitor) {}
+
+  void run();
+
+  // For a visitor inside beginAtom: the types from the top down to the current atom.
+  const std::vector<PVFourCharCode>& types() const { return types_; }
+  // The same as text. A type that stands several times on its level carries a number from 1; of a very long
+  // path the middle is left out.
+  std::string path() { return pathOf(levels_.size()); }
+
+ private:
+  struct Level {
+    int64_t start = 0;
+    int64_t end = 0;      // where reading stops
+    bool cutOff = false;  // the enclosing atom says that there is more
+    bool opened = false;
+    bool finished = false;
+    KivAtomStream stream{};
+    std::unordered_map<PVFourCharCode, uint32_t> counts;  // of each type, so far
+    PVFourCharCode type = 0;                              // of the current atom
+    uint32_t number = 0;                                  // of the current atom among its type
+    std::optional<bool> followed;                         // whether another atom of the type comes
+    std::optional<Damage> cut;  // what to report unless an inner atom is cut off too
+  };
+  struct Header;
+
+  bool step();
+  PVStatus advance(Level& level);
+  bool begin(Atom& atom, const KivAtomStream* stream, std::optional<Damage> cut);
+  void enter(int64_t start, int64_t end, bool cutOff, std::optional<Damage> cut);
+  void leave();
+  bool damagedHeader(PVStatus status);
+  bool truncatedAtom(const Header& header);
+  int64_t childrenOffset(const Atom& atom, int64_t end) const;
+  int64_t nextOffset(const Level& level) const;
+  Header readHeader(int64_t offset, int64_t end) const;
+  bool isFollowed(Level& level) const;
+  std::string pathOf(size_t depth);
+  std::string parentName() const;
+
+  KivByteStreamRef file_;
+  int64_t fileSize_;
+  AtomVisitor& visitor_;
+  std::vector<Level> levels_;
+  std::vector<PVFourCharCode> types_;
+};

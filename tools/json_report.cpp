@@ -1,0 +1,111 @@
+// One line per atom, track and error, without indentation: the document of a million atoms stays small, and
+// is never in memory as a whole. The keys are described in the command's help.
+#include <fmt/format.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "atom_type.hpp"
+#include "report.hpp"
+
+namespace {
+
+// A string literal; bytes that are not UTF-8 become U+FFFD.
+std::string literal(std::string_view text) {
+  using nlohmann::json;
+  return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+template <typename Number>
+std::string numberOrNull(const std::optional<Number>& number) {
+  return number ? fmt::format("{}", *number) : "null";
+}
+
+std::string timeOrNull(PVTime time) {
+  if (!PVTimeIsNumeric(time)) return "null";
+  return fmt::format(R"({{"value":{},"timescale":{}}})", time.value, time.timescale);
+}
+
+std::string secondsOrNull(PVTime time) {
+  const double seconds = PVTimeGetSeconds(time);
+  return std::isfinite(seconds) ? fmt::format("{}", seconds) : "null";
+}
+
+class JsonReport final : public Report {
+ public:
+  explicit JsonReport(Output& output) : output_(output) {}
+
+  void begin(const std::string& fileName, int64_t fileSize) override {
+    output_.print("{{\"file\":{},\n\"size\":{},\n\"atoms\":[", literal(fileName), fileSize);
+  }
+
+  void beginAtom(const Atom& atom) override {
+    separate();
+    output_.print(R"({{"type":{},"offset":{},"size":{},"headerSize":{})", literal(typeText(atom.type)),
+                  atom.offset, atom.size, atom.headerSize);
+    if (atom.uuid) output_.print(R"(,"uuid":"{}")", uuidText(*atom.uuid));
+    if (atom.truncated) output_.write(R"(,"truncated":true)");
+    if (atom.container) {
+      output_.write(R"(,"children":[)");
+      first_ = true;
+    } else {
+      output_.write("}");
+    }
+  }
+
+  void endAtom() override {
+    output_.write("]}");
+    first_ = false;
+  }
+
+  void end(const MovieFacts& facts, const std::vector<Damage>& damages) override {
+    const PVTime duration = facts.duration().time();
+    if (facts.hasMovie()) {
+      output_.print("],\n\"movie\":{{\"timescale\":{},\"duration\":{},\"seconds\":{}}},\n",
+                    numberOrNull(facts.timescale()), timeOrNull(duration), secondsOrNull(duration));
+    } else {
+      output_.write("],\n\"movie\":null,\n");
+    }
+    output_.write("\"tracks\":[");
+    first_ = true;
+    for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
+    output_.write("],\n\"errors\":[");
+    first_ = true;
+    for (const Damage& damage : damages) {
+      separate();
+      output_.print(R"({{"path":{},"offset":{},"status":{},"message":{}}})", literal(damage.path),
+                    damage.offset, damage.status, literal(damage.message));
+    }
+    output_.write("]}\n");
+  }
+
+ private:
+  void separate() {
+    output_.write(first_ ? "\n" : ",\n");
+    first_ = false;
+  }
+
+  void writeTrack(const MovieFacts& facts, const TrackFacts& track) {
+    const PVTime duration = facts.mediaDuration(track).time();
+    separate();
+    output_.print(
+        R"({{"id":{},"handler":{},"timescale":{},"duration":{},"seconds":{},"trackDuration":{},"edits":[)",
+        numberOrNull(track.id), track.handler ? literal(typeText(*track.handler)) : "null",
+        numberOrNull(track.timescale), timeOrNull(duration), secondsOrNull(duration),
+        timeOrNull(facts.editedDuration(track).time()));
+    const char* separator = "";
+    for (const Edit& edit : track.edits) {
+      output_.print(R"({}{{"segmentDuration":{},"mediaTime":{},"rate":{}}})", separator, edit.segmentDuration,
+                    edit.mediaTime, edit.rateAsDouble());
+      separator = ",";
+    }
+    output_.write("]}");
+  }
+
+  Output& output_;
+  bool first_ = true;  // of the list being written
+};
+
+}  // namespace
+
+std::unique_ptr<Report> makeJsonReport(Output& output) { return std::make_unique<JsonReport>(output); }

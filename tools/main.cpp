@@ -1,0 +1,87 @@
+// The pevrin command line.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "inspect.hpp"
+#include "report.hpp"
+
+namespace {
+
+constexpr const char* kInspectFooter =
+    R"(The text shows one line per atom (offset, size and header size in bytes, type),
+then the duration of the movie, and for each track its id, kind, timescale,
+duration and edits. Times are exact: 00:00:05 (64000/12800) is 64000 units of
+1/12800 second.
+
+With --json the output is one object:
+  file, size   the name as given and the length in bytes
+  atoms        list of {type, offset, size, headerSize}; with uuid when the
+               type is 'uuid', children when the atom holds atoms, and
+               truncated: true when there is less of it than its size says
+  movie        {timescale, duration: {value, timescale}, seconds} from 'mvhd';
+               when the duration there is 0, as in fragmented movies, that of
+               'mehd' if there is one; null without a movie header
+  tracks       list of {id, handler, timescale, duration, seconds,
+               trackDuration, edits}: duration is that of the media ('mdhd'),
+               trackDuration that after edits ('tkhd'); edits is a list of
+               {segmentDuration, mediaTime, rate}, the first in units of the
+               movie's timescale, the second in units of the track's, or -1
+               for an empty edit
+  errors       list of {path, offset, status, message}
+What a file leaves unknown is null. Bytes of a type that are not printable ASCII
+are written \xHH, and bytes of a file name that are not UTF-8 as U+FFFD.
+
+Damage is also reported on standard error. Everything that can be read is shown.
+Exit status: 0 the file is sound, 1 it is damaged (an empty file is), 2 it could
+not be read or the command was wrong.)";
+
+ExitStatus run(int argc, char** argv) {
+  CLI::App app("Looks into movie files (MP4, QuickTime and their kin).", "pevrin");
+  app.set_version_flag("--version", "pevrin " PEVRIN_VERSION, "Print the version and exit");
+  app.set_help_flag("-h,--help", "Print this help and exit");
+  app.require_subcommand(1);
+  app.footer("To learn more: pevrin inspect --help");
+
+  std::string fileName;
+  bool json = false;
+  CLI::App* command = app.add_subcommand("inspect", "Show the atoms, durations and tracks of a movie file");
+  command->add_option("FILE", fileName, "The movie file")->required()->type_name("");
+  command->add_flag("--json", json, "Write one JSON object instead of text");
+  command->footer(kInspectFooter);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+      app.exit(error);  // help or version
+      return std::fflush(stdout) == 0 ? kSound : kFailed;
+    }
+    const bool inspecting = app.got_subcommand(command);
+    const auto rest = app.remaining();
+    const std::string reason =
+        inspecting || rest.empty() ? error.what() : fmt::format("{} is not a subcommand", rest.front());
+    std::fputs(
+        fmt::format("pevrin: {}\nSee: pevrin {}--help\n", printable(reason), inspecting ? "inspect " : "")
+            .c_str(),
+        stderr);
+    return kFailed;
+  }
+  return inspect(fileName, json);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a write to a closed pipe answers EPIPE instead
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fputs(fmt::format("pevrin: {}\n", error.what()).c_str(), stderr);
+    return kFailed;
+  }
+}

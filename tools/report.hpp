@@ -1,0 +1,28 @@
+// How an inspected file is written down: as text for people, as JSON for programs. Both write the atoms as
+// they come.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "atom_walk.hpp"
+#include "movie_facts.hpp"
+#include "output.hpp"
+
+class Report {
+ public:
+  virtual ~Report() = default;
+  virtual void begin(const std::string& fileName, int64_t fileSize) = 0;
+  virtual void beginAtom(const Atom& atom) = 0;
+  virtual void endAtom() = 0;  // of a container
+  virtual void end(const MovieFacts& facts, const std::vector<Damage>& damages) = 0;
+};
+
+std::unique_ptr<Report> makeTextReport(Output& output);
+std::unique_ptr<Report> makeJsonReport(Output& output);
+
+// "be7acfcb-97a9-42e8-9c71-999491e3afac"
+std::string uuidText(const std::array<uint8_t, 16>& uuid);
+// For the eye: control characters as \xHH, so that a name cannot steer the terminal.
+std::string printable(std::string_view text);

@@ -1,0 +1,127 @@
+// One line per atom: numbers first, so that they stay in line however deep the tree is.
+//
+//        offset        size  header  atom
+//            32        4213       8  moov
+//            40         108       8    mvhd
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "atom_type.hpp"
+#include "report.hpp"
+
+namespace {
+
+constexpr int kDeepestIndent = 32;
+constexpr size_t kShownEdits = 16;
+
+// "00:01:30" or "00:01:30.250", to the nearest millisecond.
+std::string clockText(PVTime time) {
+  PVTime shown = PVTimeConvertScale(time, 1000, kPVTimeRoundingMethod_RoundHalfAwayFromZero);
+  if (!PVTimeIsNumeric(shown))  // centuries in seconds still fit
+    shown = PVTimeConvertScale(time, 1, kPVTimeRoundingMethod_RoundHalfAwayFromZero);
+  const int64_t seconds = shown.value / shown.timescale;
+  const int64_t thousandths = shown.timescale == 1000 ? shown.value % 1000 : 0;
+  std::string text = fmt::format("{:02}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
+  if (thousandths != 0) text += fmt::format(".{:03}", thousandths);
+  return text;
+}
+
+// "00:00:05 (64000/12800)"
+std::string timeText(PVTime time) {
+  if (!PVTimeIsNumeric(time)) return "unknown";
+  return fmt::format("{} ({}/{})", clockText(time), time.value, time.timescale);
+}
+
+template <typename Number>
+std::string numberText(std::optional<Number> number) {
+  return number ? fmt::format("{}", *number) : "-";
+}
+
+class TextReport final : public Report {
+ public:
+  explicit TextReport(Output& output) : output_(output) {}
+
+  void begin(const std::string& fileName, int64_t fileSize) override {
+    width_ = std::max<int>(8, static_cast<int>(fmt::formatted_size("{}", fileSize)));
+    output_.print("{}: {} bytes\n\n{:>{}}  {:>{}}  header  atom\n", printable(fileName), fileSize, "offset",
+                  width_, "size", width_);
+  }
+
+  void beginAtom(const Atom& atom) override {
+    output_.print("{:>{}}  {:>{}}  {:>6}  {:{}}", atom.offset, width_, atom.size, width_, atom.headerSize, "",
+                  2 * std::min(depth_, kDeepestIndent));
+    if (depth_ > kDeepestIndent) output_.print("({} deep) ", depth_);
+    output_.write(typeText(atom.type));
+    if (atom.uuid) output_.print(" {}", uuidText(*atom.uuid));
+    output_.write(atom.truncated ? "  (incomplete)\n" : "\n");
+    if (atom.container) ++depth_;
+  }
+
+  void endAtom() override { --depth_; }
+
+  void end(const MovieFacts& facts, const std::vector<Damage>&) override {
+    if (facts.hasMovie()) {
+      output_.print("\nMovie: {}{}\n", timeText(facts.duration().time()),
+                    facts.fragmentsNotCounted() ? ", its fragments not counted" : "");
+    } else {
+      output_.write("\nMovie: no movie header\n");
+    }
+    if (facts.tracks().empty()) return;
+    output_.print("\n  id  kind  timescale  {:28}  duration in the movie\n", "duration of the media");
+    for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
+  }
+
+ private:
+  void writeTrack(const MovieFacts& facts, const TrackFacts& track) {
+    output_.print("{:>4}  {:4}  {:>9}  {:28}  {}\n", numberText(track.id),
+                  track.handler ? typeText(*track.handler) : "-", numberText(track.timescale),
+                  timeText(facts.mediaDuration(track).time()), timeText(facts.editedDuration(track).time()));
+    for (size_t i = 0; i < std::min(track.edits.size(), kShownEdits); ++i) {
+      const Edit& edit = track.edits[i];
+      const PVTime segment = Duration{edit.segmentDuration, facts.timescale()}.time();
+      output_.print("{:23}edit: ", "");
+      if (edit.mediaTime == -1) {
+        output_.print("nothing for {}\n", timeText(segment));
+        continue;
+      }
+      PVTime from = kPVTimeInvalid;
+      if (edit.mediaTime >= 0) from = Duration{edit.mediaTime, track.timescale}.time();
+      output_.print("{} of the media from {}", timeText(segment), timeText(from));
+      if (edit.rateAsDouble() != 1) output_.print(" at rate {}", edit.rateAsDouble());
+      output_.write("\n");
+    }
+    if (track.edits.size() > kShownEdits)
+      output_.print("{:23}and {} more edits\n", "", track.edits.size() - kShownEdits);
+  }
+
+  Output& output_;
+  int width_ = 0;
+  int depth_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<Report> makeTextReport(Output& output) { return std::make_unique<TextReport>(output); }
+
+std::string uuidText(const std::array<uint8_t, 16>& uuid) {
+  std::string text;
+  for (size_t i = 0; i < uuid.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += fmt::format("{:02x}", uuid[i]);
+  }
+  return text;
+}
+
+std::string printable(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7F) {
+      shown += fmt::format("\\x{:02x}", byte);
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
