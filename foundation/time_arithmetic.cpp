@@ -6,7 +6,7 @@
 // factors.
 #include <pevrin/time.h>
 
-#include <cstring>
+#include <utility>
 
 #include "foundation/time_math.hpp"
 
@@ -25,15 +25,15 @@ bool overflows(int64_t a, int64_t b, int64_t* result) {
   return operation == kAdd ? __builtin_add_overflow(a, b, result) : __builtin_sub_overflow(a, b, result);
 }
 
-// Timescale in the low half, flags in the high one: one load and one comparison instead of two.
-uint64_t scaleAndFlags(const PVTime& t) {
-  return static_cast<uint32_t>(t.timescale) | static_cast<uint64_t>(t.flags) << 32;
+// Both numeric and of one timescale.
+bool areNumericInOneTimescale(const PVTime& a, const PVTime& b) {
+  constexpr uint64_t kScaleAndKind = pv::wordOf(-1, pv::kNumericMask);
+  return ((pv::scaleAndFlags(a) ^ pv::scaleAndFlags(b)) & kScaleAndKind) == 0 && pv::isNumeric(a);
 }
 
-// Both numeric, and of one timescale.
-bool areNumericInOneTimescale(const PVTime& a, const PVTime& b) {
-  constexpr uint64_t kMask = static_cast<uint64_t>(pv::kNumericMask) << 32 | UINT32_MAX;
-  return ((scaleAndFlags(a) ^ scaleAndFlags(b)) & kMask) == 0 && pv::isNumeric(a);
+// The sum of two such times. Valid is set in both; if it has been rounded, one of them says so.
+PVTime sumInOneTimescale(int64_t sum, const PVTime& a, const PVTime& b) {
+  return pv::timeOf(sum, (pv::scaleAndFlags(a) | pv::scaleAndFlags(b)) & pv::wordOf(-1, 3), 0);
 }
 
 // The result when an operand is not numeric.
@@ -68,13 +68,24 @@ template <Operation operation>
   }
 }
 
-uint32_t greatestCommonDivisor(uint32_t a, uint32_t b) {
-  while (b != 0) {
-    const uint32_t remainder = a % b;
-    a = b;
-    b = remainder;
+// Two timescales without what they have in common.
+struct CoprimeParts {
+  uint32_t a;
+  uint32_t b;
+};
+
+// Euclid's algorithm. Its steps make the parts as well, the last multiples that it subtracts: no division by
+// the greatest common divisor is needed afterwards. The larger one first saves a step.
+CoprimeParts coprimeParts(uint32_t larger, uint32_t smaller) {
+  uint32_t previousA = 1, a = 0;  // previousA * smaller == a * larger would hold at the end
+  uint32_t previousB = 0, b = 1;
+  while (smaller != 0) {
+    const uint32_t quotient = larger / smaller;
+    larger = std::exchange(smaller, larger % smaller);
+    previousA = std::exchange(a, previousA + quotient * a);
+    previousB = std::exchange(b, previousB + quotient * b);
   }
-  return a;
+  return {b, a};
 }
 
 // Two numbers with different timescales, neither with value 0.
@@ -82,19 +93,21 @@ template <Operation operation>
 PVTime combinedOnCommonTimescale(const PVTime& a, const PVTime& b, int64_t epoch) {
   if (a.timescale <= 0 || b.timescale <= 0) [[unlikely]]
     return kInvalid;
-  const uint32_t divisor = greatestCommonDivisor(a.timescale, b.timescale);
-  const int64_t factorA = static_cast<uint32_t>(b.timescale) / divisor;
-  const int64_t factorB = static_cast<uint32_t>(a.timescale) / divisor;
+  const bool aIsLarger = a.timescale > b.timescale;
+  const CoprimeParts parts =
+      aIsLarger ? coprimeParts(a.timescale, b.timescale) : coprimeParts(b.timescale, a.timescale);
+  const int64_t factorA = aIsLarger ? parts.b : parts.a;
+  const int64_t factorB = aIsLarger ? parts.a : parts.b;
   const int64_t multiple = factorA * a.timescale;
   if (multiple > INT32_MAX) return combinedHalving<operation>(a, b, pv::kFineTimescale, epoch);
   const auto timescale = static_cast<int32_t>(multiple);
   int64_t x, y, sum;
-  const bool overflow = __builtin_mul_overflow(a.value, factorA, &x) |
-                        __builtin_mul_overflow(b.value, factorB, &y) | overflows<operation>(x, y, &sum) |
-                        pv::isSaturated(x) | pv::isSaturated(y);
+  const bool overflow = __builtin_mul_overflow(a.value, factorA, &x) ||
+                        __builtin_mul_overflow(b.value, factorB, &y) || overflows<operation>(x, y, &sum) ||
+                        pv::isSaturated(x) || pv::isSaturated(y);
   if (overflow) [[unlikely]]
     return combinedHalving<operation>(a, b, timescale, epoch);
-  return {sum, timescale, pv::mergedFlags(a.flags | b.flags), epoch};
+  return pv::timeOf(sum, timescale, pv::mergedFlags(a.flags | b.flags), epoch);
 }
 
 // Everything but the usual case.
@@ -104,13 +117,11 @@ template <Operation operation>
     return combinedSpecials<operation>(a, b);
   if (a.epoch != b.epoch && a.epoch != 0 && b.epoch != 0) return kInvalid;
   const int64_t epoch = a.epoch == b.epoch ? 0 : a.epoch | b.epoch;
-  const uint32_t flags = pv::mergedFlags(a.flags | b.flags);
-  if (operation == kAdd) {
-    if (a.value == 0) return {b.value, b.timescale, flags, epoch};
-    if (b.value == 0) return {a.value, a.timescale, flags, epoch};
-  } else {
-    if (b.value == 0) return {a.value, a.timescale, flags, epoch};
-    if (a.value == 0 && b.value != INT64_MIN) return {-b.value, b.timescale, flags, epoch};
+  if (a.value == 0 || b.value == 0) [[unlikely]] {
+    const uint32_t flags = pv::mergedFlags(a.flags | b.flags);
+    if (b.value == 0 && (operation == kSubtract || a.value != 0)) return {a.value, a.timescale, flags, epoch};
+    if (operation == kAdd) return {b.value, b.timescale, flags, epoch};
+    if (b.value != INT64_MIN) return {-b.value, b.timescale, flags, epoch};
   }
   if (a.timescale == b.timescale) return combinedHalving<operation>(a, b, a.timescale, epoch);
   return combinedOnCommonTimescale<operation>(a, b, epoch);
@@ -143,7 +154,7 @@ PVTime PVTimeAdd(PVTime lhs, PVTime rhs) {
   int64_t sum;
   if (areNumericInOneTimescale(lhs, rhs) && lhs.epoch == rhs.epoch &&
       !overflows<kAdd>(lhs.value, rhs.value, &sum)) [[likely]]
-    return {sum, lhs.timescale, pv::mergedFlags(lhs.flags | rhs.flags), 0};
+    return sumInOneTimescale(sum, lhs, rhs);
   return combined<kAdd>(lhs, rhs);
 }
 
@@ -151,7 +162,7 @@ PVTime PVTimeSubtract(PVTime lhs, PVTime rhs) {
   int64_t difference;
   if (areNumericInOneTimescale(lhs, rhs) && lhs.epoch == rhs.epoch &&
       !overflows<kSubtract>(lhs.value, rhs.value, &difference)) [[likely]]
-    return {difference, lhs.timescale, pv::mergedFlags(lhs.flags | rhs.flags), 0};
+    return sumInOneTimescale(difference, lhs, rhs);
   return combined<kSubtract>(lhs, rhs);
 }
 
@@ -164,8 +175,10 @@ PVTime PVTimeConvertScale(PVTime time, int32_t newTimescale, PVTimeRoundingMetho
   const pv::Quotient quotient = pv::mulDiv(time.value, newTimescale, time.timescale);
   if (pv::isSaturated(quotient.value)) [[unlikely]]
     return pv::infinity(quotient.value < 0);
-  if (quotient.remainder == 0) return {quotient.value, newTimescale, pv::mergedFlags(time.flags), time.epoch};
-  return {quotient.value + roundingStep(quotient, time, newTimescale, method), newTimescale, 3, time.epoch};
+  if (quotient.remainder == 0)
+    return pv::timeOf(quotient.value, newTimescale, pv::mergedFlags(time.flags), time.epoch);
+  return pv::timeOf(quotient.value + roundingStep(quotient, time, newTimescale, method), newTimescale, 3,
+                    time.epoch);
 }
 
 PVTime PVTimeAbsoluteValue(PVTime time) {

@@ -13,9 +13,10 @@ constexpr int32_t compare(auto a, auto b) { return (a > b) - (a < b); }
 int32_t compareRationals(const PVTime& a, const PVTime& b) {
   const auto scaleA = static_cast<uint32_t>(a.timescale);
   const auto scaleB = static_cast<uint32_t>(b.timescale);
-  const auto left = static_cast<pv::Int128>(a.value) * static_cast<int64_t>(scaleB);
-  const auto right = static_cast<pv::Int128>(b.value) * static_cast<int64_t>(scaleA);
-  if (left != right) return left > right ? 1 : -1;
+  const pv::Int128 difference = static_cast<pv::Int128>(a.value) * static_cast<int64_t>(scaleB) -
+                                static_cast<pv::Int128>(b.value) * static_cast<int64_t>(scaleA);  // 97 bits
+  if (difference < 0) return -1;
+  if (difference > 0) return 1;
   if (scaleA == 0) return compare(0, b.value);
   if (scaleB == 0) return compare(a.value, 0);
   return 0;

@@ -7,7 +7,10 @@
 
 #include <pevrin/time.h>
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "runtime/mul_div.hpp"
 
@@ -28,7 +31,7 @@ constexpr bool isNegativeInfinity(const PVTime& t) { return (t.flags & 9) == 9; 
 constexpr bool isIndefinite(const PVTime& t) { return (t.flags & 17) == 17; }
 constexpr bool isNumeric(const PVTime& t) { return (t.flags & kNumericMask) == 1; }
 constexpr bool areNumeric(const PVTime& a, const PVTime& b) {
-  return (a.flags & kNumericMask) == 1 && (b.flags & kNumericMask) == 1;
+  return (((a.flags ^ 1) | (b.flags ^ 1)) & kNumericMask) == 0;  // one branch
 }
 
 inline constexpr double kTwoTo63 = 9223372036854775808.0;
@@ -49,16 +52,45 @@ constexpr uint32_t mergedFlags(uint32_t flags) {
   return (flags & kPVTimeFlags_HasBeenRounded) | kPVTimeFlags_Valid;
 }
 
+// Timescale and flags as the one word that they are in memory.
+struct ScaleAndFlags {
+  int32_t timescale;
+  uint32_t flags;
+};
+constexpr uint64_t wordOf(int32_t timescale, uint32_t flags) {
+  return std::bit_cast<uint64_t>(ScaleAndFlags{timescale, flags});
+}
+inline uint64_t scaleAndFlags(const PVTime& t) {
+  uint64_t word;
+  std::memcpy(&word, reinterpret_cast<const char*>(&t) + offsetof(PVTime, timescale), sizeof word);
+  return word;
+}
+
+// A result, its first 16 bytes in one store. Callers copy a time 16 bytes at a time; the processor can hand
+// that load what a store of the same width has just written, but not what several narrow ones have: it waits
+// for the cache.
+inline PVTime timeOf(int64_t value, uint64_t scaleAndFlags, int64_t epoch) {
+  using Pair __attribute__((vector_size(16))) = int64_t;
+  const Pair pair = {value, static_cast<int64_t>(scaleAndFlags)};
+  PVTime time;
+  std::memcpy(static_cast<void*>(&time), &pair, sizeof pair);
+  time.epoch = epoch;
+  return time;
+}
+inline PVTime timeOf(int64_t value, int32_t timescale, uint32_t flags, int64_t epoch) {
+  return timeOf(value, wordOf(timescale, flags), epoch);
+}
+
 // value * numerator / denominator as it stands in a time of that timescale: the exact quotient, to the
 // nearest unit, half away from zero.
 inline PVTime timeOfQuotient(const Quotient& quotient, int32_t timescale, uint64_t divisor, uint32_t flags,
                              int64_t epoch) {
   if (isSaturated(quotient.value)) [[unlikely]]
     return infinity(quotient.value < 0);
-  if (quotient.remainder == 0) return {quotient.value, timescale, mergedFlags(flags), epoch};
+  if (quotient.remainder == 0) return timeOf(quotient.value, timescale, mergedFlags(flags), epoch);
   const bool away = 2 * magnitude(quotient.remainder) >= divisor;
   const int64_t step = quotient.remainder < 0 ? -1 : 1;
-  return {quotient.value + (away ? step : 0), timescale, 3, epoch};
+  return timeOf(quotient.value + (away ? step : 0), timescale, 3, epoch);
 }
 
 // PVTimeConvertScale by the method of all arithmetic, for a numeric time and another timescale than its own.

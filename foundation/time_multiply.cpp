@@ -56,7 +56,8 @@ struct RatioProduct {
     const int64_t scale = product != 0 ? timescale * divisor : timescale;
     if (scale < -INT32_MAX || scale > INT32_MAX) return false;
     if (scale < 0) product = -product;
-    *result = {product, static_cast<int32_t>(std::abs(scale)), pv::mergedFlags(time.flags), time.epoch};
+    *result =
+        pv::timeOf(product, static_cast<int32_t>(std::abs(scale)), pv::mergedFlags(time.flags), time.epoch);
     return true;
   }
 
@@ -114,7 +115,7 @@ PVTime PVTimeMultiply(PVTime time, int32_t multiplier) {
   int64_t product;
   const bool overflow = __builtin_mul_overflow(time.value, int64_t{multiplier}, &product);
   if (!overflow && !pv::isSaturated(product)) [[likely]]
-    return {product, time.timescale, pv::mergedFlags(time.flags), time.epoch};
+    return pv::timeOf(product, time.timescale, pv::mergedFlags(time.flags), time.epoch);
   if (time.timescale < 2) return pv::infinity((time.value < 0) != (multiplier < 0));
   return multipliedHalving(time, multiplier);
 }
@@ -139,7 +140,7 @@ PVTime PVTimeMultiplyByFloat64(PVTime time, double multiplier) {
     const bool isRounded = (converted.flags & kPVTimeFlags_HasBeenRounded) ||
                            pv::magnitude(value) > kLargestTrustedValue ||
                            (timescale < kFineTimescale && static_cast<double>(value) != product);
-    return {value, timescale, isRounded ? 3u : 1u, time.epoch};
+    return pv::timeOf(value, timescale, isRounded ? 3 : 1, time.epoch);
   }
 }
 

@@ -43,8 +43,7 @@ enum {
   kPVTimeFlags_HasBeenRounded = 2, /* at some step the value was rounded */
   kPVTimeFlags_PositiveInfinity = 4,
   kPVTimeFlags_NegativeInfinity = 8,
-  kPVTimeFlags_Indefinite = 16,           /* not known, like the duration of a live stream */
-  kPVTimeFlags_ImpliedValueFlagsMask = 28 /* the three before: a time with any of them is not a number */
+  kPVTimeFlags_Indefinite = 16 /* not known, like the duration of a live stream */
 };
 
 typedef struct PVTime {
@@ -139,8 +138,9 @@ PV_EXPORT PVTime PVTimeMultiply(PVTime time, int32_t multiplier);
  * with a fraction first takes the time to timescale 1000000000 if its own is smaller. Flagged as rounded when
  * the time was, when the result is beyond 2^51, or when a timescale below 1000000000 could not hold the
  * product; at 1000000000 and above, an inexact product is not flagged. An infinity keeps its sign under a
- * multiplier of 0 or more and changes it otherwise, also under NaN. A number times NaN, and 0 times infinity,
- * have value -2^63 and are flagged. */
+ * multiplier of 0 or more and changes it otherwise, also under NaN. A product that is
+ * not a number, as of NaN, or of infinity and a value that is 0 or becomes 0 as the timescale is halved, has
+ * value -2^63 and is flagged. */
 PV_EXPORT PVTime PVTimeMultiplyByFloat64(PVTime time, double multiplier);
 
 /* time * multiplier / divisor: exact, with whatever timescale that takes, as long as value and timescale fit;
