@@ -1,4 +1,5 @@
 // Time arithmetic over arbitrary fields: nothing traps or hangs, and the laws that hold for any fields hold.
+#include <bedra/runtime.h>
 #include <pevrin/time_range.h>
 
 #include <cstdint>
