@@ -22,9 +22,7 @@ PVTime shaped(PVTime time, uint32_t kind) {
   return time;
 }
 
-void require(bool law) {
-  if (!law) std::abort();
-}
+void require(bool law) { return law ? void() : std::abort(); }
 
 bool isSame(const PVTime& a, const PVTime& b) {
   return a.value == b.value && a.timescale == b.timescale && a.flags == b.flags && a.epoch == b.epoch;
