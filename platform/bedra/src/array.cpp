@@ -62,7 +62,7 @@ BRArray* BRArray::create(BRAllocatorRef allocator, size_t capacity, const BRArra
   if (!callbacks) callbacks = &kUnretainedCallBacks;
   if (callbacks->version != 0 || capacity > kMaximumCapacity) return nullptr;
   const size_t recordBytes = isConstantRecord(callbacks) ? 0 : sizeof *callbacks;
-  BRArray* array = br::create<BRArray>(allocator, recordBytes + capacity * sizeof(void*));
+  BRArray* array = br::createUnfilled<BRArray>(allocator, recordBytes + capacity * sizeof(void*));
   if (!array) return nullptr;
   char* room = br::extra<char>(array);
   if (recordBytes) callbacks = static_cast<BRArrayCallBacks*>(std::memcpy(room, callbacks, recordBytes));

@@ -80,9 +80,7 @@ BRMutableDictionaryRef BRDictionaryCreateMutableCopy(BRAllocatorRef allocator, B
 size_t BRDictionaryGetCount(BRDictionaryRef dictionary) { return dictionary ? dictionary->table.count() : 0; }
 
 const void* BRDictionaryGetValue(BRDictionaryRef dictionary, const void* key) {
-  if (!dictionary) return nullptr;
-  const uint32_t index = dictionary->table.find(key);
-  return index != HashTable::kNone ? dictionary->table.value(index) : nullptr;
+  return dictionary ? dictionary->table.findValue(key) : nullptr;
 }
 
 bool BRDictionaryGetValueIfPresent(BRDictionaryRef dictionary, const void* key, const void** value) {

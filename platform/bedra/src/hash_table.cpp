@@ -1,6 +1,7 @@
 #include "src/hash_table.hpp"
 
 #include <bedra/set.h>
+#include <bedra/literal.hpp>
 
 #include <algorithm>
 #include <bit>
@@ -17,6 +18,11 @@ size_t slotCount(size_t capacity) {
   return capacity <= HashTable::kScannedCapacity ? 0 : std::bit_ceil(capacity + capacity / 3 + 1);
 }
 
+constexpr uint64_t kEveryByte = 0x0101010101010101u;
+
+// Seven bits of the hash, and one that no empty place has.
+uint64_t tagOf(uint32_t hash) { return 0x80 | hash >> 25; }
+
 // Spreads any hash over 32 bits, all of which depend on all of its bits; never 0.
 uint32_t mixHash(uint64_t code) {
   const unsigned __int128 product =
@@ -26,12 +32,55 @@ uint32_t mixHash(uint64_t code) {
   return hash ? hash : 1;
 }
 
-// What BRHash says, read straight from the header where a string has it already.
-BRHashCode objectHash(const void* key) {
-  if (auto* object = static_cast<BRObject*>(const_cast<void*>(key));
-      object && object->typeID == kStringTypeID)
-    if (uint32_t cached = std::atomic_ref(object->cachedHash).load(std::memory_order_relaxed)) return cached;
-  return BRHash(key);
+bool isString(const void* object) {
+  return object && static_cast<const BRObject*>(object)->typeID == kStringTypeID;
+}
+
+uint32_t cachedHashOf(const BRObject* object) {
+  return std::atomic_ref(const_cast<uint32_t&>(object->cachedHash)).load(std::memory_order_relaxed);
+}
+
+// A string's hash is well mixed and never 0.
+uint32_t objectHash(const void* key) {
+  if (!isString(key)) return mixHash(BRHash(key));
+  const uint32_t cached = cachedHashOf(static_cast<const BRObject*>(key));
+  return cached ? cached : static_cast<uint32_t>(BRHash(key));
+}
+
+// What a comparison with a candidate says; kAsk: only callbacks can tell.
+enum class Match : uint8_t { kNo, kYes, kAsk };
+
+uint64_t loadWord(const char* from) {
+  uint64_t word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
+
+// An immutable string's text starts 8 bytes before the end of its struct, so that many can always be read.
+static_assert(sizeof(BRString) - kStringTextOffset == 8);
+
+// memcmp for texts at places where 8 bytes can be read; no call, so that a search saves no registers.
+inline bool sameText(const char* a, const char* b, size_t length) {
+  uint64_t difference = loadWord(a) ^ loadWord(b);
+  if (length < 8) {
+    const unsigned beyond = 64 - 8 * static_cast<unsigned>(length);
+    return length == 0 ||
+           (std::endian::native == std::endian::little ? difference << beyond : difference >> beyond) == 0;
+  }
+  const size_t last = length - 8;
+  for (size_t at = 8; at < last; at += 8) difference |= loadWord(a + at) ^ loadWord(b + at);
+  return (difference | (loadWord(a + last) ^ loadWord(b + last))) == 0;
+}
+
+// Compares an immutable string with any other object.
+inline Match matchString(BRStringRef string, const void* other) {
+  if (!isString(other)) return Match::kNo;
+  auto* candidate = static_cast<BRStringRef>(other);
+  if (candidate->isMutable()) return Match::kAsk;
+  auto textOf = [](BRStringRef s) { return reinterpret_cast<const char*>(s) + kStringTextOffset; };
+  const size_t length = string->lengthBytes;
+  return length == candidate->lengthBytes && sameText(textOf(string), textOf(candidate), length) ? Match::kYes
+                                                                                                 : Match::kNo;
 }
 
 // Retains through a callback. False when the callback had to make something and could not.
@@ -78,7 +127,7 @@ void HashTable::open(void* storage, size_t capacity, const BRDictionaryKeyCallBa
     keyKind_ = KeyKind::kObjects;
   else if (keyCallbacks->equal || keyCallbacks->hash)
     keyKind_ = KeyKind::kCustom;
-  useStorage(storage, capacity);
+  moveTo(storage, capacity);
 }
 
 void HashTable::close(BRAllocatorRef allocator) {
@@ -89,7 +138,7 @@ void HashTable::close(BRAllocatorRef allocator) {
 uint32_t HashTable::hashOf(const void* key) const {
   switch (keyKind_) {
     case KeyKind::kObjects:
-      return mixHash(objectHash(key));
+      return objectHash(key);
     case KeyKind::kIdentity:
       return mixHash(reinterpret_cast<uintptr_t>(key));
     case KeyKind::kCustom:
@@ -99,16 +148,22 @@ uint32_t HashTable::hashOf(const void* key) const {
   return 1;  // equality that nothing is known about: every key must be compared
 }
 
-bool HashTable::keysEqual(const void* a, const void* b) const {
-  if (a == b) return true;
-  if (keyKind_ == KeyKind::kObjects) return BREqual(a, b);
-  return keyCallbacks_->equal && keyCallbacks_->equal(a, b);
-}
-
-uint32_t HashTable::findHashed(const void* key, uint32_t hash) const {
-  if (!slots_) {
-    for (uint32_t i = 0; i < end_; ++i)
-      if (hashes_[i] == hash && keysEqual(keys_[i], key)) return i;
+// The search, inlined into its callers with the comparison that they need.
+template <class Compare>
+[[gnu::always_inline]] inline uint32_t HashTable::search(const void* key, uint32_t hash,
+                                                         Compare compare) const {
+  if (!hasSlots()) {
+    // Bytes that match are 0 in `unlike`. Above a match, others may be taken for one; the hash tells them
+    // apart.
+    const uint64_t unlike = tags_ ^ (kEveryByte * tagOf(hash));
+    for (uint64_t like = (unlike - kEveryByte) & ~unlike & (kEveryByte << 7); like; like &= like - 1) {
+      const uint32_t index = static_cast<uint32_t>(std::countr_zero(like)) / 8;
+      if (hashes_[index] != hash) continue;
+      if (keys_[index] == key) return index;
+      const Match match = compare(keys_[index]);
+      if (match == Match::kYes) return index;
+      if (match == Match::kAsk) return kUndecided;
+    }
     return kNone;
   }
   for (uint32_t at = hash & slotMask_;; at = (at + 1) & slotMask_) {
@@ -116,19 +171,71 @@ uint32_t HashTable::findHashed(const void* key, uint32_t hash) const {
     if (slot == 0) return kNone;
     if (((slot ^ hash) & ~slotMask_) != 0) continue;
     const uint32_t index = (slot & slotMask_) - 1;
-    if (keysEqual(keys_[index], key)) return index;
+    if (keys_[index] == key) return index;
+    const Match match = compare(keys_[index]);
+    if (match == Match::kYes) return index;
+    if (match == Match::kAsk) return kUndecided;
   }
 }
 
-void HashTable::putInSlot(uint32_t index) {
+uint32_t HashTable::findHashed(const void* key, uint32_t hash) const {
+  auto match = [](bool isEqual) { return isEqual ? Match::kYes : Match::kNo; };
+  switch (keyKind_) {
+    case KeyKind::kObjects:
+      return search(key, hash, [=](const void* other) { return match(BREqual(other, key)); });
+    case KeyKind::kIdentity:
+      return search(key, hash, [](const void*) { return Match::kNo; });
+    case KeyKind::kCustom:
+      break;
+  }
+  auto equal = keyCallbacks_->equal;
+  return search(key, hash, [=](const void* other) { return match(equal && equal(other, key)); });
+}
+
+// Made for immutable strings that know their hash: those are searched for without a call. Others are
+// undecided.
+[[gnu::always_inline]] inline uint32_t HashTable::findString(const void* key) const {
+  if (keyKind_ != KeyKind::kObjects || !isString(key)) return kUndecided;
+  auto* string = static_cast<BRStringRef>(key);
+  const uint32_t hash = cachedHashOf(string);
+  if (hash == 0 || string->isMutable()) return kUndecided;
+  return search(key, hash, [string](const void* other) { return matchString(string, other); });
+}
+
+uint32_t HashTable::find(const void* key) const {
+  const uint32_t index = findString(key);
+  return index != kUndecided ? index : findHashed(key, hashOf(key));
+}
+
+const void* HashTable::findValue(const void* key) const {
+  const uint32_t index = findString(key);
+  if (index < kUndecided) return value(index);
+  return index == kNone ? nullptr : findValueSlowly(key);
+}
+
+// Apart, so that the way above needs no stack.
+[[gnu::noinline]] const void* HashTable::findValueSlowly(const void* key) const {
+  const uint32_t index = findHashed(key, hashOf(key));
+  return index != kNone ? value(index) : nullptr;
+}
+
+void HashTable::enter(uint32_t index) {
   const uint32_t hash = hashes_[index];
+  if (!hasSlots()) {
+    tags_ |= tagOf(hash) << (8 * index);
+    return;
+  }
   uint32_t at = hash & slotMask_;
   while (slots_[at]) at = (at + 1) & slotMask_;
   slots_[at] = (hash & ~slotMask_) | (index + 1);
 }
 
 // Empties the slot of an entry and draws later ones of the run back, so that no probe stops short of them.
-void HashTable::takeOutOfSlot(uint32_t index) {
+void HashTable::leave(uint32_t index) {
+  if (!hasSlots()) {
+    tags_ &= ~(uint64_t{0xFF} << (8 * index));
+    return;
+  }
   uint32_t hole = hashes_[index] & slotMask_;
   while ((slots_[hole] & slotMask_) != index + 1) hole = (hole + 1) & slotMask_;
   for (uint32_t at = (hole + 1) & slotMask_; slots_[at]; at = (at + 1) & slotMask_) {
@@ -145,22 +252,25 @@ void HashTable::useStorage(void* storage, size_t capacity) {
   keys_ = static_cast<const void**>(storage);
   hashes_ = reinterpret_cast<uint32_t*>(keys_ + capacity * (hasValues() ? 2 : 1));
   const size_t slots = slotCount(capacity);
-  slots_ = slots ? hashes_ + capacity : nullptr;
   slotMask_ = slots ? static_cast<uint32_t>(slots - 1) : 0;
+  if (hasSlots())
+    slots_ = hashes_ + capacity;
+  else
+    tags_ = 0;
 }
 
 // Moves the entries without their holes; the storage may be the present one.
 void HashTable::moveTo(void* storage, size_t capacity) {
   const HashTable from = *this;
   useStorage(storage, capacity);
-  if (slots_) std::memset(slots_, 0, (size_t{slotMask_} + 1) * sizeof *slots_);
+  if (hasSlots()) std::memset(slots_, 0, (size_t{slotMask_} + 1) * sizeof *slots_);
   end_ = 0;
   for (uint32_t i = 0; i < from.end_; ++i) {
     if (!from.isLive(i)) continue;
     keys_[end_] = from.keys_[i];
     if (hasValues()) values()[end_] = from.value(i);
     hashes_[end_] = from.hashes_[i];
-    if (slots_) putInSlot(end_);
+    enter(end_);
     ++end_;
   }
 }
@@ -180,7 +290,7 @@ bool HashTable::reserve(BRAllocatorRef allocator, size_t capacity) {
 bool HashTable::makeRoom(BRAllocatorRef allocator) {
   if (end_ < capacity_) return true;
   const uint32_t holes = end_ - count_;
-  if (holes == 0 || (slots_ && holes < capacity_ / 4))
+  if (holes == 0 || (hasSlots() && holes < capacity_ / 4))
     return reserve(allocator, std::max<size_t>(kScannedCapacity, size_t{capacity_} * 2));
   moveTo(keys_, capacity_);
   return true;
@@ -200,7 +310,7 @@ void HashTable::append(const void* key, uint32_t hash, const void* value) {
   keys_[end_] = key;
   if (hasValues()) values()[end_] = value;
   hashes_[end_] = hash;
-  if (slots_) putInSlot(end_);
+  enter(end_);
   ++end_;
   ++count_;
 }
@@ -214,7 +324,7 @@ bool HashTable::replaceValue(BRAllocatorRef allocator, uint32_t index, const voi
 void HashTable::remove(BRAllocatorRef allocator, uint32_t index) {
   const void* oldKey = keys_[index];
   const void* oldValue = hasValues() ? values()[index] : nullptr;
-  if (slots_) takeOutOfSlot(index);
+  leave(index);
   hashes_[index] = 0;
   --count_;
   while (end_ > 0 && !isLive(end_ - 1)) --end_;

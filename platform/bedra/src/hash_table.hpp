@@ -5,9 +5,9 @@
 //   keys[capacity] | values[capacity] (dictionaries only) | hashes[capacity] | slots[slotMask + 1]
 //
 // Entries stand in order of insertion; a removed one leaves a hole (its hash is 0, a live hash never is) that
-// is closed when room is needed. Up to 8 entries there are no slots: a search scans the keys for the pointer
-// itself, then the hashes. Above that, slots are an open-addressing index with linear probing. A slot is 0
-// when empty; else its low bits (slotMask) are an entry's index + 1 and the bits above are those of the
+// is closed when room is needed. Up to 8 entries there are no slots: a word of tags, one byte of hash for
+// each entry, is searched at once. Above that, slots are an open-addressing index with linear probing. A slot
+// is 0 when empty; else its low bits (slotMask) are an entry's index + 1 and the bits above are those of the
 // entry's hash, so that a probe rarely touches an entry in vain. At most three quarters of the slots are
 // taken, so an index + 1 always fits below slotMask.
 //
@@ -38,7 +38,7 @@ class HashTable {
 
   static size_t storageBytes(size_t capacity, bool hasValues);
 
-  // Storage is zero-filled room for `capacity` entries that lives as long as the table. The records outlive
+  // Storage is room for `capacity` entries that lives as long as the table. The records outlive
   // the table. valueCallbacks are NULL for a set.
   void open(void* storage, size_t capacity, const BRDictionaryKeyCallBacks* keyCallbacks,
             const BRDictionaryValueCallBacks* valueCallbacks);
@@ -63,14 +63,9 @@ class HashTable {
 
   uint32_t hashOf(const void* key) const;
   // The index of the key's entry, or kNone.
-  uint32_t find(const void* key) const {
-    if (!slots_) {
-      for (uint32_t i = 0; i < end_; ++i)
-        if (keys_[i] == key && hashes_[i]) return i;
-      if (keyKind_ == KeyKind::kIdentity) return kNone;
-    }
-    return findHashed(key, hashOf(key));
-  }
+  uint32_t find(const void* key) const;
+  // The key's value, or null.
+  const void* findValue(const void* key) const;
   uint32_t findHashed(const void* key, uint32_t hash) const;
 
   // Retains and appends an entry that is known to be missing; false, and nothing changed, when memory runs
@@ -92,20 +87,28 @@ class HashTable {
   void copyOut(const void** keys, const void** values) const;
 
  private:
+  static constexpr uint32_t kUndecided = kNone - 1;
   enum class KeyKind : uint8_t { kIdentity, kObjects, kCustom };
 
   const void** values() const { return keys_ + capacity_; }
-  bool keysEqual(const void* a, const void* b) const;
+  uint32_t findString(const void* key) const;
+  const void* findValueSlowly(const void* key) const;
+  template <class Compare>
+  uint32_t search(const void* key, uint32_t hash, Compare compare) const;
   bool makeRoom(BRAllocatorRef allocator);
   void useStorage(void* storage, size_t capacity);
   void moveTo(void* storage, size_t capacity);
-  void putInSlot(uint32_t index);
-  void takeOutOfSlot(uint32_t index);
+  bool hasSlots() const { return slotMask_ != 0; }
+  void enter(uint32_t index);
+  void leave(uint32_t index);
   void releaseAll(BRAllocatorRef allocator) const;
 
   const void** keys_ = nullptr;
   uint32_t* hashes_ = nullptr;
-  uint32_t* slots_ = nullptr;
+  union {
+    uint32_t* slots_;
+    uint64_t tags_ = 0;
+  };
   uint32_t slotMask_ = 0;
   uint32_t capacity_ = 0;
   uint32_t end_ = 0;  // entries, holes included
@@ -152,8 +155,8 @@ T* createCollection(BRAllocatorRef allocator, size_t capacity, const BRDictionar
     valueCallbacks = &kUnretainedValueCallBacks;
   if (keyCallbacks->version != 0 || (valueCallbacks && valueCallbacks->version != 0)) return nullptr;
   if (capacity > HashTable::kMaximumCapacity) return nullptr;
-  T* collection = create<T>(allocator, recordBytes(keyCallbacks, valueCallbacks) +
-                                           HashTable::storageBytes(capacity, T::kHasValues));
+  T* collection = createUnfilled<T>(allocator, recordBytes(keyCallbacks, valueCallbacks) +
+                                                   HashTable::storageBytes(capacity, T::kHasValues));
   if (!collection) return nullptr;
   if (isMutable) collection->flags |= kClassFlag0;
   openCollection(collection, collection + 1, capacity, keyCallbacks, valueCallbacks);

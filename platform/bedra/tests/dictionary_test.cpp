@@ -5,8 +5,10 @@
 #include <bedra/ref.hpp>
 
 #include <algorithm>
-#include <functional>
+#include <cstdlib>
+#include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "tests/support/failing_allocator.hpp"
@@ -41,44 +43,66 @@ const void* word(uintptr_t number) { return reinterpret_cast<const void*>(number
 int idOf(const void* object) { return static_cast<const Token*>(object)->id; }
 
 // How a model test makes keys and values of small numbers and reads them back.
+enum class ItemKind { kWord, kToken, kString };
 struct KeyStyle {
   const char* name;
+  ItemKind kind;
   const BRDictionaryKeyCallBacks* keys;
   const BRDictionaryValueCallBacks* values;
-  bool isObject;
 };
 
-const BRDictionaryKeyCallBacks kColliding = {
-    0,
-    [](BRAllocatorRef, const void* key) { return BRRetain(key); },
-    [](BRAllocatorRef, const void* key) { BRRelease(key); },
-    nullptr,
-    BREqual,
-    [](const void* key) { return static_cast<BRHashCode>(idOf(key) % 3); }};
+const BRDictionaryKeyCallBacks kColliding = {0,
+                                             [](BRAllocatorRef, const void* key) { return BRRetain(key); },
+                                             [](BRAllocatorRef, const void* key) { BRRelease(key); },
+                                             nullptr,
+                                             BREqual,
+                                             [](const void* key) { return BRHashCode(idOf(key) % 3); }};
 const BRDictionaryKeyCallBacks kWithoutHash = {
     0, nullptr, nullptr, nullptr, [](const void* a, const void* b) { return a == b; }, nullptr};
 
 const KeyStyle kStyles[] = {
-    {"identity", nullptr, nullptr, false},
-    {"objects", &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks, true},
-    {"colliding", &kColliding, &kBRTypeDictionaryValueCallBacks, true},
-    {"no hash", &kWithoutHash, nullptr, false},
+    {"identity", ItemKind::kWord, nullptr, nullptr},
+    {"objects", ItemKind::kToken, &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks},
+    {"strings", ItemKind::kString, &kBRCopyStringDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks},
+    {"retained strings", ItemKind::kString, &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks},
+    {"colliding", ItemKind::kToken, &kColliding, &kBRTypeDictionaryValueCallBacks},
+    {"no hash", ItemKind::kWord, &kWithoutHash, nullptr},
 };
+
+// Strings of 1 to 43 bytes, every third of them mutable, that differ in the last byte at least.
+BRStringRef makeString(int number) {
+  const std::string text = std::string(number * 7 % 41, 'k') + std::to_string(number);
+  auto string =
+      br::Ref<const BRString>::adopt(BRStringCreateWithCString(nullptr, text.c_str(), kBRStringEncodingUTF8));
+  static int made = 0;
+  return ++made % 3 ? string.detach() : BRStringCreateMutableCopy(nullptr, string.get());
+}
 
 class Item {
  public:
-  Item(const KeyStyle& style, int number) : number_(number) {
-    if (style.isObject) object_ = token(number);
+  Item(const KeyStyle& style, int number) : word_(word(number)) {
+    if (style.kind == ItemKind::kToken)
+      object_ = br::Ref<const void>::adopt(br::create<Token>(nullptr, 0, number));
+    if (style.kind == ItemKind::kString) object_ = br::Ref<const void>::adopt(makeString(number));
   }
-  operator const void*() const { return object_ ? static_cast<const void*>(object_.get()) : word(number_); }
+  operator const void*() const { return object_ ? object_.get() : word_; }
 
  private:
-  int number_;
-  br::Ref<Token> object_;
+  const void* word_;
+  br::Ref<const void> object_;
 };
 
 int numberOf(const KeyStyle& style, const void* item) {
-  return style.isObject ? idOf(item) : static_cast<int>(reinterpret_cast<uintptr_t>(item));
+  switch (style.kind) {
+    case ItemKind::kWord:
+      return static_cast<int>(reinterpret_cast<uintptr_t>(item));
+    case ItemKind::kToken:
+      return idOf(item);
+    case ItemKind::kString:
+      break;
+  }
+  const char* text = BRStringGetUTF8(static_cast<BRStringRef>(item));
+  return std::atoi(text + std::strspn(text, "k"));
 }
 
 // What a dictionary should be: pairs in the order in which their keys came.
@@ -298,6 +322,16 @@ struct Meddler : BRObject {
   }
   BRMutableDictionaryRef dictionary;
 };
+
+TEST(Dictionary, CopiedStringKeysIgnoreLaterChangesOfTheCallersString) {
+  auto key = br::Ref<BRString>::adopt(BRStringCreateMutableCopy(nullptr, "key"_br));
+  auto dictionary = Dictionary::adopt(BRDictionaryCreateMutable(
+      nullptr, 0, &kBRCopyStringDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
+  BRDictionarySetValue(dictionary.get(), key.get(), "value"_br);
+  BRStringAppend(key.get(), " and more"_br);
+  EXPECT_EQ(BRDictionaryGetValue(dictionary.get(), "key"_br), "value"_br);
+  EXPECT_FALSE(BRDictionaryContainsKey(dictionary.get(), key.get()));
+}
 
 TEST(Dictionary, ReleaseCallbacksMayChangeTheDictionary) {
   auto change = [](void (*action)(BRMutableDictionaryRef)) {
