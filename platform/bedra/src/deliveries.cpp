@@ -12,8 +12,7 @@ namespace br {
 
 constinit thread_local ThreadDeliveries threadDeliveries{nullptr, 0};
 constinit std::mutex deliveryLock;
-constinit std::atomic<bool> kernelFences{false};
-constinit std::atomic<uint32_t> deliveryWaiters{0};
+constinit std::atomic<uint32_t> deliveryAttention{kNeedsFullFences};
 
 namespace {
 
@@ -33,12 +32,13 @@ constinit pthread_key_t recordKey = 0;
 
 long membarrier(int command) { return syscall(SYS_membarrier, command, 0, 0); }
 
-// The other half of lightFence. A thread gets its record under the lock, so when no other thread has one
+// The other half of orderAndWake. A thread gets its record under the lock, so when no other thread has one
 // there is nobody to fence.
 void heavyFence() {
   const uint32_t own = threadDeliveries.record ? 1 : 0;
   if (recordsInUse == own && !firstOnStack) return;
-  if (!kernelFences.load(std::memory_order_relaxed) || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0)
+  if ((deliveryAttention.load(std::memory_order_relaxed) & kNeedsFullFences) ||
+      membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0)
     std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
@@ -86,7 +86,7 @@ bool isRead(const ListenerSnapshot* snapshot) {
 
 void prepareDeliveries() {
   if (membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0)
-    kernelFences.store(true, std::memory_order_relaxed);
+    deliveryAttention.fetch_and(~kNeedsFullFences, std::memory_order_relaxed);
   pthread_key_create(&recordKey, giveBackRecord);
 }
 
@@ -110,7 +110,10 @@ void leaveDeliverySlowly(DeliveryFrame* onStack) {
   *link = onStack->nextOnStack;
 }
 
-void wakeDeliveryWaiters() {
+void attendToDeliveries() {
+  if (deliveryAttention.load(std::memory_order_relaxed) & kNeedsFullFences)
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+  if ((deliveryAttention.load(std::memory_order_relaxed) & ~kNeedsFullFences) == 0) return;
   // A waiter that has looked but does not sleep yet holds the lock.
   { std::lock_guard guard(deliveryLock); }
   pthread_cond_broadcast(&deliveryChanged);
@@ -122,7 +125,7 @@ void waitForDeliveries(std::unique_lock<std::mutex>& lock, bool (*matches)(const
   const bool isInside = threadDeliveries.depth != 0;
   ThreadRecord* own = threadDeliveries.record;
   if (own && isInside) own->waitsInsideDelivery = true;
-  deliveryWaiters.fetch_add(1, std::memory_order_relaxed);
+  deliveryAttention.fetch_add(1, std::memory_order_relaxed);
   heavyFence();
 
   for (ThreadRecord* record = firstRecord; record; record = record->next) {
@@ -143,7 +146,7 @@ void waitForDeliveries(std::unique_lock<std::mutex>& lock, bool (*matches)(const
   };
   while (anyOnStack()) wait();
 
-  deliveryWaiters.fetch_sub(1, std::memory_order_relaxed);
+  deliveryAttention.fetch_sub(1, std::memory_order_relaxed);
   if (own && isInside) own->waitsInsideDelivery = false;
 }
 

@@ -87,35 +87,34 @@ extern constinit thread_local ThreadDeliveries threadDeliveries;
 
 // Guards the registry, the list of retired snapshots and the lists of frames. No callback runs with it held.
 extern constinit std::mutex deliveryLock;
-// True once the kernel has agreed to run barriers for us. Set before the first frame is used.
-extern constinit std::atomic<bool> kernelFences;
-// The number of threads in waitForDeliveries.
-extern constinit std::atomic<uint32_t> deliveryWaiters;
+// What frames have to attend to after each store, beside the usual: the number of threads in
+// waitForDeliveries, and kNeedsFullFences until the kernel has agreed to run barriers for us. Asked for in
+// one load.
+extern constinit std::atomic<uint32_t> deliveryAttention;
+inline constexpr uint32_t kNeedsFullFences = 1u << 31;
 
 // Called once, before anything else here.
 void prepareDeliveries();
 
-// Orders a frame's store before the check that follows.
-inline void lightFence() {
-  if (kernelFences.load(std::memory_order_relaxed)) [[likely]]
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-  else
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-}
-
 // A frame of the thread's record, or one made in the room given.
 DeliveryFrame* enterDeliverySlowly(void* roomForFrame);
 void leaveDeliverySlowly(DeliveryFrame* onStack);
-void wakeDeliveryWaiters();
+void attendToDeliveries();
+
+// Orders a frame's store before the check that follows, and wakes those who may wait for what it ended.
+inline void orderAndWake() {
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  if (deliveryAttention.load(std::memory_order_relaxed) != 0) [[unlikely]]
+    attendToDeliveries();
+}
 
 // A frame for as long as a post lasts.
 class Delivery {
  public:
-  explicit Delivery(const void* object) {
-    ThreadDeliveries& thread = threadDeliveries;
-    const uint32_t depth = thread.depth++;
-    frame_ = thread.record && depth < kFramesPerThread ? &thread.record->frames[depth]
-                                                       : enterDeliverySlowly(room_);
+  explicit Delivery(const void* object) : thread_(threadDeliveries) {
+    const uint32_t depth = thread_.depth++;
+    frame_ = thread_.record && depth < kFramesPerThread ? &thread_.record->frames[depth]
+                                                        : enterDeliverySlowly(room_);
     frame_->generation.store(frame_->generation.load(std::memory_order_relaxed) + 1,
                              std::memory_order_release);
     frame_->object.store(object, std::memory_order_release);
@@ -124,11 +123,10 @@ class Delivery {
     frame_->current.store(nullptr, std::memory_order_release);
     frame_->object.store(nullptr, std::memory_order_release);
     for (auto& held : frame_->held) held.store(nullptr, std::memory_order_release);
-    --threadDeliveries.depth;
+    --thread_.depth;
     if (static_cast<void*>(frame_) == room_) [[unlikely]]
       leaveDeliverySlowly(frame_);
-    lightFence();
-    wakeWaiters();
+    orderAndWake();
   }
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
@@ -138,7 +136,7 @@ class Delivery {
     const ListenerSnapshot* snapshot = bucket.load(std::memory_order_acquire);
     for (;;) {
       frame_->held[index].store(snapshot, std::memory_order_release);
-      lightFence();
+      orderAndWake();
       const ListenerSnapshot* published = bucket.load(std::memory_order_acquire);
       if (published == snapshot) return snapshot;
       snapshot = published;
@@ -149,16 +147,11 @@ class Delivery {
   // registered.
   void setCurrent(const Listener* listener) {
     frame_->current.store(listener, std::memory_order_release);
-    lightFence();
-    wakeWaiters();
+    orderAndWake();
   }
 
  private:
-  static void wakeWaiters() {
-    if (deliveryWaiters.load(std::memory_order_relaxed) != 0) [[unlikely]]
-      wakeDeliveryWaiters();
-  }
-
+  ThreadDeliveries& thread_;
   DeliveryFrame* frame_;
   alignas(DeliveryFrame) char room_[sizeof(DeliveryFrame)];  // used only when the thread's record is full
 };

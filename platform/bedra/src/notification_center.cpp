@@ -48,8 +48,8 @@ struct Key {
   uint32_t nameHash;  // 0 for any; the hash of a text never is
 
   Bucket& bucket() const {
-    const uint64_t bits = (reinterpret_cast<uintptr_t>(object) ^ nameHash) * 0x9E3779B97F4A7C15u;
-    return buckets[(bits ^ bits >> 32) * 0xD6E8FEB86659FD93u >> (64 - kBucketBits)];
+    return buckets[(reinterpret_cast<uintptr_t>(object) ^ nameHash) * 0x9E3779B97F4A7C15u >>
+                   (64 - kBucketBits)];
   }
   bool matches(const Listener& listener) const {
     return listener.object == object && listener.nameHash == nameHash &&
@@ -164,51 +164,79 @@ bool isRegistered(const Bucket& bucket, uint64_t serial) {
 
 // Walks the registrations of one key in one snapshot.
 struct Cursor {
+  // Finds the first one. Equal names of a bucket are one object, so that this compares the key's text for
+  // all.
+  bool start() {
+    while (next != end && !key.matches(*next)) ++next;
+    if (next == end) return false;
+    key.name = next->name;
+    return true;
+  }
+  // Finds the one after.
+  bool advance() {
+    while (++next != end)
+      if (isNext(*next)) return true;
+    return false;
+  }
+  bool isNext(const Listener& listener) const {
+    return listener.object == key.object && listener.name == key.name;
+  }
+
   Key key;
   const Bucket* bucket;
   const ListenerSnapshot* snapshot;
   const Listener* next;
   const Listener* end;
-
-  // Finds the first one at or after `next`.
-  void settle() {
-    for (; next != end; ++next) {
-      if (!key.matches(*next)) continue;
-      key.name = next->name;  // equal names of the bucket are one object: no text is compared again
-      return;
-    }
-  }
 };
 
-// The cursor whose registration is oldest, or null when all are at their end.
+// Of cursors that are not at their end, the one whose registration is oldest.
 Cursor* oldest(Cursor* cursors, size_t count) {
-  Cursor* found = nullptr;
-  for (size_t i = 0; i < count; ++i)
-    if (cursors[i].next != cursors[i].end && (!found || cursors[i].next->serial < found->next->serial))
-      found = &cursors[i];
-  return found;
+  return std::min_element(cursors, cursors + count,
+                          [](const Cursor& a, const Cursor& b) { return a.next->serial < b.next->serial; });
 }
 
-void deliver(BRNotificationCenterRef center, BRStringRef name, const void* object, BRDictionaryRef payload,
-             Cursor* cursors, size_t count) {
-  Delivery delivery(object);
-  for (size_t i = 0; i < count; ++i) {
-    Cursor& cursor = cursors[i];
-    cursor.snapshot = delivery.hold(i, *cursor.bucket);
-    if (!cursor.snapshot) continue;
-    cursor.next = cursor.snapshot->begin();
-    cursor.end = cursor.snapshot->end();
-    cursor.settle();
-  }
-  while (Cursor* cursor = oldest(cursors, count)) {
-    const Listener& listener = *cursor->next;
+// One post. Calls a registration that it holds, when that is still there.
+struct Post {
+  void call(const Bucket& bucket, const ListenerSnapshot* snapshot, const Listener& listener) {
     delivery.setCurrent(&listener);
-    if (!listener.isRemoved() && (cursor->bucket->load(std::memory_order_relaxed) == cursor->snapshot ||
-                                  isRegistered(*cursor->bucket, listener.serial)))
-      listener.callback(center, const_cast<void*>(listener.observer), name, object, payload);
-    ++cursor->next;
-    cursor->settle();
+    if (listener.isRemoved()) [[unlikely]]
+      return;
+    if (bucket.load(std::memory_order_relaxed) != snapshot) [[unlikely]] {
+      if (!isRegistered(bucket, listener.serial)) return;
+    }
+    listener.callback(center, const_cast<void*>(listener.observer), name, object, payload);
   }
+
+  Delivery delivery;
+  BRNotificationCenterRef center;
+  BRStringRef name;
+  const void* object;
+  BRDictionaryRef payload;
+};
+
+// A post that found something in one of its buckets. Out of line: the others need no frame for it.
+[[gnu::noinline]] void deliver(BRNotificationCenterRef center, const Key& exact, BRDictionaryRef payload) {
+  Post post{Delivery(exact.object), center, exact.name, exact.object, payload};
+  const Key keys[] = {{exact.name, nullptr, exact.nameHash}, exact, {nullptr, exact.object, 0}};
+  Cursor cursors[br::kSnapshotsPerPost];
+  size_t count = 0;
+  for (const Key* key = keys; key != keys + (exact.object ? 3 : 1); ++key) {
+    const Bucket& bucket = key->bucket();
+    if (!bucket.load(std::memory_order_relaxed)) continue;
+    const ListenerSnapshot* snapshot = post.delivery.hold(count, bucket);
+    if (!snapshot) continue;
+    cursors[count] = {*key, &bucket, snapshot, snapshot->begin(), snapshot->end()};
+    if (cursors[count].start()) ++count;
+  }
+  while (count > 1) {
+    Cursor* cursor = oldest(cursors, count);
+    post.call(*cursor->bucket, cursor->snapshot, *cursor->next);
+    if (!cursor->advance()) *cursor = cursors[--count];
+  }
+  if (count == 0) return;
+  Cursor last = cursors[0];
+  do post.call(*last.bucket, last.snapshot, *last.next);
+  while (last.advance());
 }
 
 }  // namespace
@@ -266,14 +294,14 @@ void BRNotificationCenterPostNotification(BRNotificationCenterRef center, BRStri
                                           const void* object, BRDictionaryRef payload) {
   if (!center || !name) return;
   const Key exact = makeKey(name, object);
-  const Key keys[] = {{name, nullptr, exact.nameHash}, exact, {nullptr, object, 0}};
-  Cursor cursors[br::kSnapshotsPerPost];
-  size_t count = 0;
-  for (const Key* key = keys; key != keys + (object ? 3 : 1); ++key) {
-    const Bucket& bucket = key->bucket();
-    if (bucket.load(std::memory_order_relaxed)) cursors[count++] = {*key, &bucket, nullptr, nullptr, nullptr};
+  const ListenerSnapshot* found =
+      Key{nullptr, nullptr, exact.nameHash}.bucket().load(std::memory_order_relaxed);
+  if (object) {
+    const ListenerSnapshot* more[] = {exact.bucket().load(std::memory_order_relaxed),
+                                      Key{nullptr, object, 0}.bucket().load(std::memory_order_relaxed)};
+    found = found ? found : more[0] ? more[0] : more[1];
   }
-  if (count != 0) deliver(center, name, object, payload, cursors, count);
+  if (found) deliver(center, exact, payload);
 }
 
 void BRNotificationCenterWaitForDeliveries(BRNotificationCenterRef center, const void* object) {

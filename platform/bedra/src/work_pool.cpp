@@ -28,9 +28,11 @@ template <class Exception>
 #include <signal.h>
 
 #include <algorithm>
+#include <asio/defer.hpp>
 #include <asio/post.hpp>
 #include <asio/thread_pool.hpp>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -92,7 +94,11 @@ struct Task {
 
 }  // namespace
 
-void br::runOnWorkPool(void (*task)(void*), void* context, WorkPoolRoom& room) {
+void br::runOnWorkPool(void (*task)(void*), void* context, WorkPoolRoom& room, WorkPoolTurn turn) {
   static asio::thread_pool& pool = *makePool();
-  asio::post(pool.get_executor(), Task{task, context, &room});
+  Task ours{task, context, &room};
+  if (turn == WorkPoolTurn::kSoon)
+    asio::post(pool.get_executor(), std::move(ours));
+  else
+    asio::defer(pool.get_executor(), std::move(ours));
 }

@@ -11,8 +11,13 @@ struct alignas(16) WorkPoolRoom {
   char bytes[96];
 };
 
+enum class WorkPoolTurn {
+  kSoon,      // wakes a thread if one sleeps
+  kNextTurn,  // asked by a task of the pool as the last thing it does: its thread goes on with what is due
+};
+
 // Runs task(context) on one of the pool's threads. Never fails: the room serves for the pool's own record.
-void runOnWorkPool(void (*task)(void*), void* context, WorkPoolRoom& room);
+void runOnWorkPool(void (*task)(void*), void* context, WorkPoolRoom& room, WorkPoolTurn turn);
 
 }  // namespace br
 

@@ -47,8 +47,8 @@ struct BRWorkQueue : BRObject {
   Call* takeFirst();
   Call* takeAll();
   void run(Call* call);
-  void stopRunning(std::unique_lock<std::mutex>& held);
-  void schedule();
+  void stopRunning(std::unique_lock<std::mutex>& held, br::WorkPoolTurn turn);
+  void schedule(br::WorkPoolTurn turn);
   static void runFromPool(void* context);
 
   std::mutex lock;
@@ -106,18 +106,18 @@ void BRWorkQueue::run(Call* call) {
 }
 
 // Ends this thread's turn; gives up the lock.
-void BRWorkQueue::stopRunning(std::unique_lock<std::mutex>& held) {
+void BRWorkQueue::stopRunning(std::unique_lock<std::mutex>& held, br::WorkPoolTurn turn) {
   isRunning = false;
   const bool more = first && !isScheduled;
   if (more) isScheduled = true;
   if (waitingThreads != 0) changed.notify_all();
   held.unlock();
-  if (more) schedule();
+  if (more) schedule(turn);
 }
 
-void BRWorkQueue::schedule() {
+void BRWorkQueue::schedule(br::WorkPoolTurn turn) {
   BRRetain(this);
-  br::runOnWorkPool(runFromPool, this, room);
+  br::runOnWorkPool(runFromPool, this, room, turn);
 }
 
 void BRWorkQueue::runFromPool(void* context) {
@@ -135,7 +135,7 @@ void BRWorkQueue::runFromPool(void* context) {
       call = next;
     }
     held.lock();
-    queue->stopRunning(held);
+    queue->stopRunning(held, br::WorkPoolTurn::kNextTurn);
   } else {
     held.unlock();
   }
@@ -162,7 +162,7 @@ bool BRWorkQueueAsync(BRWorkQueueRef queue, BRWorkFunction function, void* conte
   std::unique_lock held(queue->lock);
   const bool mustSchedule = queue->enqueue(call);
   held.unlock();
-  if (mustSchedule) queue->schedule();
+  if (mustSchedule) queue->schedule(br::WorkPoolTurn::kSoon);
   return true;
 }
 
@@ -185,7 +185,7 @@ bool BRWorkQueueSync(BRWorkQueueRef queue, BRWorkFunction function, void* contex
       queue->run(next);
       held.lock();
     }
-    queue->stopRunning(held);
+    queue->stopRunning(held, br::WorkPoolTurn::kSoon);
   } else {
     held.unlock();
   }
