@@ -38,8 +38,8 @@ enum {
   kBRStringEncodingUTF16 = 2, /* host order, no byte order mark; lone surrogates are malformed */
   kBRStringEncodingUTF16BE = 3,
   kBRStringEncodingUTF16LE = 4,
-  kBRStringEncodingWesternRoman =
-      5 /* the 8-bit Western Roman set of older movie files, with the euro sign at 0xDB */
+  /* the 8-bit Western Roman set of older movie files, with the euro sign at 0xDB */
+  kBRStringEncodingWesternRoman = 5
 };
 
 BR_EXPORT BRTypeID BRStringGetTypeID(void);
