@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <bedra/literal.hpp>
 #include <bedra/ref.hpp>
 
@@ -145,10 +146,11 @@ void writeCommaLocale(const std::string& folder) {
 }
 
 TEST(StringFormat, LocaleHasNoSay) {
-  const std::string folder = testing::TempDir() + "bedra_comma_locale";
+  const std::string name = "bedra_comma_locale_" + std::to_string(getpid());
+  const std::string folder = testing::TempDir() + name;
   writeCommaLocale(folder);
   setenv("LOCPATH", testing::TempDir().c_str(), 1);
-  ASSERT_NE(setlocale(LC_NUMERIC, "bedra_comma_locale"), nullptr);
+  ASSERT_NE(setlocale(LC_NUMERIC, name.c_str()), nullptr);
   EXPECT_EQ(libraryFormat("%.2f", 1.5), "1,50");
   EXPECT_EQ(format("%.2f %g %La %'d", 1.5, 0.25, 1.0L, 1234567), "1.50 0.25 0x8p-3 1234567");
   EXPECT_EQ(libraryFormat("%.2f", 1.5), "1,50") << "the thread's locale was not put back";

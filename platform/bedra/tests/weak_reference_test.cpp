@@ -145,8 +145,10 @@ TEST(WeakReferenceThreads, UpgradesRaceWithTheLastRelease) {
     object = listener();
     shared = weak(object.get());
     ready = 0;
+    const int before = upgraded;
     round = r;
-    if (r % 2) std::this_thread::yield();
+    // in odd rounds a reader has come before the last release, so that both outcomes are certain to be seen
+    while (r % 2 && upgraded == before) std::this_thread::yield();
     object = nullptr;
     while (ready.load() < kReaders) std::this_thread::yield();
     EXPECT_FALSE(upgrade(shared));
