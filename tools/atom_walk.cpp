@@ -10,6 +10,12 @@
 
 #include "atom_type.hpp"
 
+namespace {
+
+constexpr uint64_t kLargestSize = std::numeric_limits<int64_t>::max();
+
+}  // namespace
+
 // A header as it stands in the file, good or bad: an atom stream only stands on good ones.
 struct AtomWalk::Header {
   int64_t offset = 0;
@@ -22,10 +28,15 @@ struct AtomWalk::Header {
     for (size_t i = 0; i < length; ++i) value = value << 8 | bytes[at + i];
     return value;
   }
-  bool large() const { return number(0, 4) == 1; }
+  bool isTyped() const { return count >= 8; }
+  bool isLarge() const { return number(0, 4) == 1; }
   PVFourCharCode type() const { return static_cast<PVFourCharCode>(number(4, 4)); }
-  uint64_t size() const { return large() ? number(8, 8) : number(0, 4); }
-  int64_t headerSize() const { return (large() ? 16 : 8) + (type() == fourCC("uuid") ? 16 : 0); }
+  uint64_t size() const { return isLarge() ? number(8, 8) : number(0, 4); }
+  int64_t headerSize() const { return (isLarge() ? 16 : 8) + (type() == fourCC("uuid") ? 16 : 0); }
+  // Whether it could stand in a longer file.
+  bool isSound() const {
+    return isTyped() && size() <= kLargestSize && static_cast<int64_t>(size()) >= headerSize();
+  }
 };
 
 void AtomWalk::run() {
@@ -115,46 +126,46 @@ void AtomWalk::leave() {
   types_.pop_back();
 }
 
-// The next header of the innermost level cannot be taken: says why and ends the level.
+// The next header of the innermost level cannot be taken: says why and ends the level. The atom is named when
+// its type can be read; it is not shown, since where it ends is not known.
 bool AtomWalk::damagedHeader(PVStatus status) {
   Level& level = levels_.back();
   level.finished = true;
   const Header header = readHeader(nextOffset(level), level.end);
-  const bool typed = header.count >= 8;
-  std::string message;
-  if (status == kKivAtomStreamError_NotEnoughData) {
-    if (level.cutOff) return true;  // the same cut
-    // QuickTime ends the list of user data with a zero of 32 bits.
-    if (header.left == 4 && header.number(0, 4) == 0 && levels_.size() > 1 && types_.back() == fourCC("udta"))
-      return true;
-    message = header.left < 8 ? fmt::format("{} stray {} at the end of {}: too few for an atom header",
-                                            header.left, header.left == 1 ? "byte" : "bytes", parentName())
-                              : fmt::format("its header takes {} bytes, but {} ends after {}",
-                                            header.headerSize(), parentName(), header.left);
-  } else if (status == kKivAtomStreamError_MalformedAtom && typed) {
-    const uint64_t size = header.size();
-    if (!header.large() && size == 0) {
-      message = "its size is 0 (\"to the end of the file\"), which only the last atom of the file may have";
-    } else if (size > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
-      message = fmt::format("its size of {} bytes is more than any file can have", size);
-    } else if (static_cast<int64_t>(size) < header.headerSize()) {
-      message = fmt::format("its size is {} bytes, less than its header of {}", size, header.headerSize());
-    } else {
-      return truncatedAtom(header);
-    }
-  } else if (status == kKivAtomStreamError_ShortRead) {
-    message = "the file became shorter while it was read";
-  } else {
-    message = "the file could not be read here";
-  }
-
-  // The atom is named when its type can be read; it is not shown, since where it ends is not known.
-  if (typed) {
+  if (status == kKivAtomStreamError_NotEnoughData && (level.cutOff || endsUserData(header))) return true;
+  if (status == kKivAtomStreamError_MalformedAtom && header.isSound()) return truncatedAtom(header);
+  if (header.isTyped()) {
     level.type = header.type();
     level.number = ++level.counts[level.type];
   }
-  visitor_.damaged({pathOf(levels_.size() - (typed ? 0 : 1)), header.offset, status, std::move(message)});
+  visitor_.damaged(
+      {pathOf(levels_.size() - (header.isTyped() ? 0 : 1)), header.offset, status, describe(header, status)});
   return true;
+}
+
+// QuickTime lets a zero of 32 bits end the list in a 'udta'.
+bool AtomWalk::endsUserData(const Header& header) const {
+  return header.left == 4 && header.count == 4 && header.number(0, 4) == 0 && levels_.size() > 1 &&
+         types_.back() == fourCC("udta");
+}
+
+std::string AtomWalk::describe(const Header& header, PVStatus status) const {
+  if (status == kKivAtomStreamError_NotEnoughData) {
+    if (header.left >= 8)
+      return fmt::format("its header takes {} bytes, but {} ends after {}", header.headerSize(), parentName(),
+                         header.left);
+    return fmt::format("{} stray {} at the end of {}: too few for an atom header", header.left,
+                       header.left == 1 ? "byte" : "bytes", parentName());
+  }
+  if (status == kKivAtomStreamError_MalformedAtom && header.isTyped()) {
+    const uint64_t size = header.size();
+    if (size == 0 && !header.isLarge())
+      return "its size is 0 (\"to the end of the file\"), which only the last atom of the file may have";
+    if (size > kLargestSize) return fmt::format("its size of {} bytes is more than any file can have", size);
+    return fmt::format("its size is {} bytes, less than its header of {}", size, header.headerSize());
+  }
+  return status == kKivAtomStreamError_ShortRead ? "the file became shorter while it was read"
+                                                 : "the file could not be read here";
 }
 
 // An atom with a good header that ends behind its level. Inside an atom that the end of the file cut off, it
@@ -231,7 +242,7 @@ bool AtomWalk::isFollowed(Level& level) const {
       int64_t offset = 0, size = 0;
       KivAtomStreamGetCurrentAtomGlobalOffset(&ahead, &offset, &size);
       const Header damaged = readHeader(offset + size, level.end);
-      found = damaged.count >= 8 && damaged.type() == level.type;
+      found = damaged.isTyped() && damaged.type() == level.type;
     }
   }
   level.followed = found;

@@ -89,6 +89,8 @@ class AtomWalk {
   void leave();
   bool damagedHeader(PVStatus status);
   bool truncatedAtom(const Header& header);
+  bool endsUserData(const Header& header) const;
+  std::string describe(const Header& header, PVStatus status) const;
   int64_t childrenOffset(const Atom& atom, int64_t end) const;
   int64_t nextOffset(const Level& level) const;
   Header readHeader(int64_t offset, int64_t end) const;
