@@ -2,7 +2,7 @@
 #ifndef BEDRA_SRC_DICTIONARY_HPP
 #define BEDRA_SRC_DICTIONARY_HPP
 
-#include "src/hash_table.hpp"
+#include "src/hash_collection.hpp"
 
 // An immutable dictionary is one block; a mutable one gets a second when it outgrows the few entries that fit
 // in the first.

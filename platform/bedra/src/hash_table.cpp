@@ -1,16 +1,13 @@
 #include "src/hash_table.hpp"
 
-#include <bedra/set.h>
 #include <bedra/literal.hpp>
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 namespace br {
-
-constinit const BRDictionaryKeyCallBacks kUnretainedKeyCallBacks{};
-constinit const BRDictionaryValueCallBacks kUnretainedValueCallBacks{};
 
 namespace {
 
@@ -94,22 +91,6 @@ bool retainValue(const CallBacks& callbacks, BRAllocatorRef allocator, const voi
 template <class CallBacks>
 void releaseValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void* value) {
   if (callbacks.release && value) callbacks.release(allocator, value);
-}
-
-bool isConstantRecord(const BRDictionaryKeyCallBacks* record) {
-  return record == &kUnretainedKeyCallBacks || record == &kBRTypeDictionaryKeyCallBacks ||
-         record == &kBRCopyStringDictionaryKeyCallBacks || record == &kBRTypeSetCallBacks;
-}
-
-bool isConstantRecord(const BRDictionaryValueCallBacks* record) {
-  return !record || record == &kUnretainedValueCallBacks || record == &kBRTypeDictionaryValueCallBacks;
-}
-
-template <class Record>
-const Record* keepRecord(const Record* record, char*& room) {
-  if (isConstantRecord(record)) return record;
-  std::memcpy(room, record, sizeof *record);
-  return reinterpret_cast<const Record*>(std::exchange(room, room + sizeof *record));
 }
 
 }  // namespace
@@ -387,21 +368,6 @@ void HashTable::copyOut(const void** keys, const void** values) const {
     if (values) values[n] = value(i);
     ++n;
   }
-}
-
-size_t recordBytes(const BRDictionaryKeyCallBacks* keyCallbacks,
-                   const BRDictionaryValueCallBacks* valueCallbacks) {
-  return (isConstantRecord(keyCallbacks) ? 0 : sizeof *keyCallbacks) +
-         (isConstantRecord(valueCallbacks) ? 0 : sizeof *valueCallbacks);
-}
-
-void openCollection(HashCollection* collection, void* room, size_t capacity,
-                    const BRDictionaryKeyCallBacks* keyCallbacks,
-                    const BRDictionaryValueCallBacks* valueCallbacks) {
-  char* at = static_cast<char*>(room);
-  keyCallbacks = keepRecord(keyCallbacks, at);
-  valueCallbacks = keepRecord(valueCallbacks, at);
-  collection->table.open(at, capacity, keyCallbacks, valueCallbacks);
 }
 
 }  // namespace br

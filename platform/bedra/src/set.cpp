@@ -2,7 +2,7 @@
 #include <bedra/set.h>
 
 #include "src/collection_text.hpp"
-#include "src/hash_table.hpp"
+#include "src/hash_collection.hpp"
 
 struct BRSet : br::HashCollection {
   static constexpr const char* className = "BRSet";

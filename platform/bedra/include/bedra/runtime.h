@@ -1,8 +1,11 @@
 /* The object runtime: classes, instances, reference counts and the operations that every object answers.
  *
- * An object is one block of memory: a 16-byte header (class, flags, atomic count) and the class's own fields. Retain
- * and release may be called from any thread; the last release finalizes the object on the thread that made it.
- * Constant objects (literal strings, the booleans, null) are immortal: retain and release leave them alone.
+ * An object is one block of memory: a 16-byte header (class, flags, atomic count) and the class's own fields. Constant
+ * objects (literal strings, the booleans, null) are immortal: retain and release leave them alone.
+ *
+ * Threads: all functions may be called from any thread. The last release finalizes the object, on the thread that
+ * calls it; whatever other threads did before they released their references has happened by then. A finalizer may
+ * retain and release the object in balance, but must not leave a reference behind.
  *
  *   static const BRRuntimeClass cls = {.version = 0, .className = "Reel", .finalize = reelFinalize};
  *   BRTypeID reelID = BRRuntimeRegisterClass(&cls);           // once per process
