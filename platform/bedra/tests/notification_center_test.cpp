@@ -229,6 +229,60 @@ TEST(NotificationThreads, RemovalWaitsForTheCallInProgressButNotForOtherListener
   poster.join();
 }
 
+TEST(NotificationThreads, RemovalInsideACallbackDoesNotWait) {
+  int object = 0;
+  std::latch entered(1), release(1);
+  std::atomic<bool> returned{false};
+  Observer slow([&](BRStringRef, const void*) {
+    entered.count_down();
+    release.wait();
+    returned = true;
+  });
+  Observer remover([&](BRStringRef, const void*) {
+    slow.remove("slow"_br, &object);
+    EXPECT_FALSE(returned);
+  });
+  slow.add("slow"_br, &object);
+  remover.add("remove"_br, &object);
+  std::thread poster([&] { post("slow"_br, &object); });
+  entered.wait();
+  post("remove"_br, &object);
+  release.count_down();
+  poster.join();
+}
+
+// The innermost of many nested posts blocks, in a frame that is not of the thread's record.
+TEST(NotificationThreads, RemovalAndWaitSeeDeeplyNestedDeliveries) {
+  for (const bool removes : {true, false}) {
+    int objects[12];
+    size_t depth = 0;
+    std::latch entered(1), release(1);
+    std::atomic<bool> returned{false};
+    Observer nested([&](BRStringRef, const void*) {
+      if (++depth < std::size(objects)) {
+        post("nest"_br, &objects[depth]);
+      } else {
+        entered.count_down();
+        release.wait();
+        returned = true;
+      }
+    });
+    for (auto& object : objects) nested.add("nest"_br, &object);
+    std::thread poster([&] { post("nest"_br, &objects[0]); });
+    entered.wait();
+    Observer changes([](BRStringRef, const void*) {});
+    changes.add("nest"_br, nullptr);
+    std::thread releaser([&] { release.count_down(); });
+    if (removes)
+      nested.remove("nest"_br, &objects[std::size(objects) - 1]);
+    else
+      BRNotificationCenterWaitForDeliveries(center(), &objects[std::size(objects) - 2]);
+    EXPECT_TRUE(returned);
+    releaser.join();
+    poster.join();
+  }
+}
+
 TEST(NotificationThreads, CallbacksThatRemoveEachOtherDoNotWait) {
   int one = 0, two = 0;
   for (int round = 0; round < 50; ++round) {
