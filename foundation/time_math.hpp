@@ -24,14 +24,22 @@ inline constexpr PVTime kIndefinite = {0, 0, 17, 0};
 inline constexpr PVTime kPositiveInfinity = {0, 0, 5, 0};
 inline constexpr PVTime kNegativeInfinity = {0, 0, 9, 0};
 
+// By flags.
+constexpr bool isInvalid(uint32_t flags) { return !(flags & 1); }
+constexpr bool isPositiveInfinity(uint32_t flags) { return (flags & 5) == 5; }
+constexpr bool isNegativeInfinity(uint32_t flags) { return (flags & 9) == 9; }
+constexpr bool isIndefinite(uint32_t flags) { return (flags & 17) == 17; }
+// (flags & kNumericMask) == 1, an instruction shorter: the subtraction turns Valid over and leaves the bits
+// above alone when it is set.
+constexpr bool isNumeric(uint32_t flags) { return ((flags - 1) & kNumericMask) == 0; }
 // By reference: the public inline functions take 24 bytes by value.
-constexpr bool isInvalid(const PVTime& t) { return !(t.flags & 1); }
-constexpr bool isPositiveInfinity(const PVTime& t) { return (t.flags & 5) == 5; }
-constexpr bool isNegativeInfinity(const PVTime& t) { return (t.flags & 9) == 9; }
-constexpr bool isIndefinite(const PVTime& t) { return (t.flags & 17) == 17; }
-constexpr bool isNumeric(const PVTime& t) { return (t.flags & kNumericMask) == 1; }
+constexpr bool isInvalid(const PVTime& t) { return isInvalid(t.flags); }
+constexpr bool isPositiveInfinity(const PVTime& t) { return isPositiveInfinity(t.flags); }
+constexpr bool isNegativeInfinity(const PVTime& t) { return isNegativeInfinity(t.flags); }
+constexpr bool isIndefinite(const PVTime& t) { return isIndefinite(t.flags); }
+constexpr bool isNumeric(const PVTime& t) { return isNumeric(t.flags); }
 constexpr bool areNumeric(const PVTime& a, const PVTime& b) {
-  return (((a.flags ^ 1) | (b.flags ^ 1)) & kNumericMask) == 0;  // one branch
+  return (((a.flags - 1) | (b.flags - 1)) & kNumericMask) == 0;  // one branch
 }
 
 inline constexpr double kTwoTo63 = 9223372036854775808.0;
