@@ -48,10 +48,10 @@ BRTypeID br::typeID<PVBlockBuffer>() {
 
 namespace {
 
-// Buffers whose last reference was given up while a finalizer ran on this thread.
+// Buffers whose last reference was given up by the finalizer of another one on this thread.
 struct Retired {
   PVBlockBuffer* first = nullptr;
-  bool finalizing = false;
+  bool draining = false;
 };
 constinit thread_local Retired retired;
 
@@ -71,15 +71,23 @@ namespace pv::block {
 PVBlockBuffer* createEmpty(BRAllocatorRef allocator, uint32_t subBlockCapacity) {
   const uint64_t entryCount = std::max<uint64_t>(2, uint64_t{subBlockCapacity} + 1);
   if (entryCount > INT32_MAX) return nullptr;
-  return br::create<PVBlockBuffer>(allocator, entryCount * sizeof(Entry), static_cast<int32_t>(entryCount));
+  return br::createUnfilled<PVBlockBuffer>(allocator, entryCount * sizeof(Entry),
+                                           static_cast<int32_t>(entryCount));
 }
 
 void retire(PVBlockBuffer* buffer) {
-  // Whoever holds the only reference may use the buffer's fields.
   if (BRGetRetainCount(buffer) != 1) return BRRelease(buffer);
+  // Whoever holds the only reference may use the buffer's fields.
   std::atomic_thread_fence(std::memory_order_acquire);
   buffer->nextRetired = retired.first;
   retired.first = buffer;
+  if (retired.draining) return;
+  retired.draining = true;
+  while (PVBlockBuffer* next = retired.first) {
+    retired.first = next->nextRetired;
+    BRRelease(next);
+  }
+  retired.draining = false;
 }
 
 void releaseEntry(PVBlockBuffer& owner, Entry& entry) {
@@ -90,6 +98,7 @@ void releaseEntry(PVBlockBuffer& owner, Entry& entry) {
       return retire(entry.target());
     case Kind::kAllocatorPending:
     case Kind::kAllocatorBlock:
+      if (entry.allocator() == kBRAllocatorNull) return;
       BRAllocatorDeallocate(entry.allocator(), entry.block);
       return BRRelease(entry.allocator());
     case Kind::kCustomPending:
@@ -104,16 +113,10 @@ void releaseEntry(PVBlockBuffer& owner, Entry& entry) {
 }  // namespace pv::block
 
 PVBlockBuffer::~PVBlockBuffer() {
-  const bool outermost = !std::exchange(retired.finalizing, true);
   for (int32_t i = 0; i < count; ++i) pv::block::releaseEntry(*this, entries()[i]);
+  if (!chain) return;
   if (PVBlockBuffer* next = child()) pv::block::retire(next);
-  if (chain) leaveChain(chain);
-  if (!outermost) return;
-  while (PVBlockBuffer* buffer = retired.first) {
-    retired.first = buffer->nextRetired;
-    BRRelease(buffer);
-  }
-  retired.finalizing = false;
+  leaveChain(chain);
 }
 
 BRTypeID PVBlockBufferGetTypeID(void) { return br::typeID<PVBlockBuffer>(); }

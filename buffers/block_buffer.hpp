@@ -1,10 +1,10 @@
 // The representation of block buffers, shared by the files that build, read and describe them.
 //
-// A block buffer is one allocation: the struct and its array of entries. Entry i covers the bytes from the
-// end of entry i − 1 to its own end, so that a position is found by binary search. The last entry of the
-// array is kept back: in a buffer that overflowed it links to a child buffer of the same capacity, which
-// holds what follows; the child may have a child of its own. A buffer and the buffers below it in that way
-// are the members of a chain.
+// A block buffer is one allocation: the struct and its array of entries, of which those in use and the last
+// are filled. Entry i covers the bytes from the end of entry i − 1 to its own end, so that a position is
+// found by binary search. The last entry of the array is kept back: in a buffer that overflowed it links to a
+// child buffer of the same capacity, which holds what follows; the child may have a child of its own. A
+// buffer and the buffers below it in that way are the members of a chain.
 //
 // A chain of a million members must neither be walked by each append nor by each look-up. So its members
 // share one index, which names each member and where in the chain its own data begin; the first member's
@@ -79,7 +79,7 @@ struct PVBlockBuffer : BRObject {
   static constexpr const char* className = "PVBlockBuffer";
   using Entry = pv::block::Entry;
 
-  explicit PVBlockBuffer(int32_t entryCount) : capacity(entryCount) {}
+  explicit PVBlockBuffer(int32_t entryCount) : capacity(entryCount) { link() = {}; }
   ~PVBlockBuffer();
   BRStringRef copyDebugDescription() const;
 
@@ -114,7 +114,7 @@ struct PVBlockBuffer : BRObject {
   std::atomic<uint64_t> mark{0};        // the last ReferenceWalk that came by
   std::atomic<bool> referenced{false};  // see wasReferenced
   bool mayHoldReferences = false;       // false: the member's own entries are all memory
-  int32_t growingEntry = -1;  // entry of appendBytes: what follows its data in its block is free; while it is the last
+  int32_t growingEntry = -1;            // see appendBytes: as long as it is the last one
 };
 
 template <>

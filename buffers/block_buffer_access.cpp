@@ -12,6 +12,26 @@ namespace pv::block {
 
 namespace {
 
+// Copies as memmove does. Of the shortest pieces, such as length prefixes, the call would cost more than the
+// copy.
+void copyBytes(char* to, const char* from, size_t length) {
+  if (length > 16 || length < 4) {
+    std::memmove(to, from, length);
+  } else if (length >= 8) {
+    uint64_t head, tail;
+    std::memcpy(&head, from, 8);
+    std::memcpy(&tail, from + length - 8, 8);
+    std::memcpy(to, &head, 8);
+    std::memcpy(to + length - 8, &tail, 8);
+  } else {
+    uint32_t head, tail;
+    std::memcpy(&head, from, 4);
+    std::memcpy(&tail, from + length - 4, 4);
+    std::memcpy(to, &head, 4);
+    std::memcpy(to + length - 4, &tail, 4);
+  }
+}
+
 // The checks that copying, replacing and filling share. A length of 0 passes.
 PVStatus checkRange(const PVBlockBuffer& buffer, size_t offset, size_t length) {
   if (buffer.count == 0) return kPVBlockBufferEmptyBBufErr;
@@ -20,23 +40,21 @@ PVStatus checkRange(const PVBlockBuffer& buffer, size_t offset, size_t length) {
   return length > total - offset ? kPVBlockBufferBadLengthParameterErr : 0;
 }
 
-// Hands each piece of the range to write(piece, position in the range). Memory that is not there yet is
-// allocated for the whole buffer, once.
+// Hands each piece of the range to write(data, length), in order. Memory that is not there yet is allocated
+// for the whole buffer, once.
 template <class Write>
 PVStatus writePieces(PVBlockBuffer& buffer, size_t offset, size_t length, Write write) {
-  bool assured = false;
-  for (size_t done = 0;;) {
-    PieceCursor cursor(&buffer, offset + done, length - done);
-    PVStatus status = 0;
-    PieceCursor::Piece piece;
-    while (cursor.undelivered() > 0 && !(status = cursor.next(piece))) {
-      write(piece, done);
-      done += piece.length;
-    }
-    if (status != kPVBlockBufferUnallocatedBlockErr || assured) return status;
-    if ((status = assureBlockMemory(buffer))) return status;
-    assured = true;
-  }
+  size_t done = 0;
+  auto writeOn = [&] {
+    return PieceWalk(&buffer, offset + done, length - done).run([&](char* data, size_t pieceLength) {
+      write(data, pieceLength);
+      done += pieceLength;
+    });
+  };
+  PVStatus status = writeOn();
+  if (status != kPVBlockBufferUnallocatedBlockErr) return status;
+  status = assureBlockMemory(buffer);
+  return status ? status : writeOn();
 }
 
 }  // namespace
@@ -49,14 +67,11 @@ PVStatus assureBlockMemory(PVBlockBuffer& buffer) {
 }
 
 PVStatus copyDataBytes(PVBlockBuffer& buffer, size_t offset, size_t length, void* destination) {
-  PieceCursor cursor(&buffer, offset, length);
-  for (char* to = static_cast<char*>(destination); cursor.undelivered() > 0;) {
-    PieceCursor::Piece piece;
-    if (PVStatus status = cursor.next(piece)) return status;
-    std::memmove(to, piece.data, piece.length);
-    to += piece.length;
-  }
-  return 0;
+  char* to = static_cast<char*>(destination);
+  return PieceWalk(&buffer, offset, length).run([&](char* data, size_t pieceLength) {
+    copyBytes(to, data, pieceLength);
+    to += pieceLength;
+  });
 }
 
 }  // namespace pv::block
@@ -106,9 +121,11 @@ PVStatus PVBlockBufferReplaceDataBytes(const void* sourceBytes, PVBlockBufferRef
   if (!buffer || !sourceBytes) return pv::signalError(kPVBlockBufferBadPointerParameterErr);
   if (dataLength == 0) return pv::signalError(kPVBlockBufferBadLengthParameterErr);
   PVStatus status = pv::block::checkRange(*buffer, offsetIntoBuffer, dataLength);
+  const char* from = static_cast<const char*>(sourceBytes);
   if (!status)
-    status = pv::block::writePieces(*buffer, offsetIntoBuffer, dataLength, [&](auto piece, size_t done) {
-      std::memmove(piece.data, static_cast<const char*>(sourceBytes) + done, piece.length);
+    status = pv::block::writePieces(*buffer, offsetIntoBuffer, dataLength, [&](char* data, size_t length) {
+      pv::block::copyBytes(data, from, length);
+      from += length;
     });
   return status ? pv::signalError(status) : 0;
 }
@@ -122,7 +139,7 @@ PVStatus PVBlockBufferFillDataBytes(char fillByte, PVBlockBufferRef buffer, size
   if (dataLength == 0) dataLength = buffer->totalLength() - offsetIntoBuffer;
   const PVStatus status =
       pv::block::writePieces(*buffer, offsetIntoBuffer, dataLength,
-                             [&](auto piece, size_t) { std::memset(piece.data, fillByte, piece.length); });
+                             [&](char* data, size_t length) { std::memset(data, fillByte, length); });
   return status ? pv::signalError(status) : 0;
 }
 

@@ -204,15 +204,16 @@ PVStatus appendMemoryBlock(PVBlockBuffer& buffer, void* block, size_t blockLengt
                            size_t offset, size_t length, PVBlockBufferFlags flags) {
   if (!hasRoom(buffer, length)) return kPVBlockBufferBadLengthParameterErr;
   Entry entry{.offset = offset, .block = block, .blockLength = blockLength};
-  BRAllocatorRef own = BRGetAllocator(&buffer);
   if (customSource) {
-    void* copy = BRAllocatorAllocate(own, sizeof *customSource);
+    void* copy = BRAllocatorAllocate(BRGetAllocator(&buffer), sizeof *customSource);
     if (!copy) return kPVBlockBufferStructureAllocationFailedErr;
     entry.kind = block ? Kind::kCustomBlock : Kind::kCustomPending;
     entry.source = std::memcpy(copy, customSource, sizeof *customSource);
   } else {
     entry.kind = block ? Kind::kAllocatorBlock : Kind::kAllocatorPending;
-    entry.source = const_cast<void*>(BRRetain(blockAllocator ? blockAllocator : kBRAllocatorSystem));
+    if (!blockAllocator) blockAllocator = kBRAllocatorSystem;
+    if (blockAllocator != kBRAllocatorNull) BRRetain(blockAllocator);
+    entry.source = const_cast<BRAllocator*>(blockAllocator);
   }
   PVStatus status = flags & kPVBlockBufferAssureMemoryNowFlag ? assureEntry(entry) : 0;
   if (!status) status = addEntry(buffer, entry, length);
@@ -238,8 +239,8 @@ PVStatus appendBytes(PVBlockBuffer& buffer, const void* bytes, size_t length) {
   // Each block is as long as all that came before, within limits: there are few of them and little is wasted.
   const size_t total = tail->chain ? tail->chain->end : tail->ownLength();
   const size_t blockLength = std::max(length, std::clamp(total, kSmallestGrowingBlock, kLargestGrowingBlock));
-  if (PVStatus status = appendMemoryBlock(buffer, nullptr, blockLength, BRGetAllocator(&buffer), nullptr, 0, length,
-                                          kPVBlockBufferAssureMemoryNowFlag))
+  if (PVStatus status = appendMemoryBlock(buffer, nullptr, blockLength, BRGetAllocator(&buffer), nullptr, 0,
+                                          length, kPVBlockBufferAssureMemoryNowFlag))
     return status;
   tail = buffer.tail();
   tail->growingEntry = tail->count - 1;

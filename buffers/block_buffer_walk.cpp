@@ -55,50 +55,59 @@ Location locate(PVBlockBuffer* buffer, size_t offset) {
   }
 }
 
-PVStatus PieceCursor::next(Piece& piece) {
+void PieceWalk::enter(PVBlockBuffer* buffer, size_t offset, size_t length) {
+  const Position at = findEntry(buffer, offset);
+  *top_ = {nullptr, nullptr, at.consumed, 0, length, at.member};
+  if (!at.member) return;
+  top_->entry = at.member->entries() + at.index;
+  top_->entriesEnd = at.member->entries() + at.member->count;
+  top_->position = at.member->startOf(at.index) + at.consumed;
+}
+
+PVStatus PieceWalk::next(Piece& piece) {
   for (;;) {
-    Frame& frame = frames_[depth_];
+    Frame& frame = *top_;
     if (frame.left == 0) {
-      --depth_;
+      --top_;
       continue;
     }
-    Position& at = frame.at;
-    if (!at.member) return kPVBlockBufferBadOffsetParameterErr;
-    if (at.index == at.member->count) {
-      at = {at.member->child(), 0, 0};
+    if (!frame.member) return kPVBlockBufferBadOffsetParameterErr;
+    if (frame.entry == frame.entriesEnd) {
+      PVBlockBuffer* child = frame.member->child();
+      frame = {nullptr, nullptr, 0, 0, frame.left, child};
+      if (child) {
+        frame.entry = child->entries();
+        frame.entriesEnd = frame.entry + child->count;
+      }
       continue;
     }
-    const Entry& entry = at.entry();
-    const size_t consumed = at.consumed;
-    size_t length = at.remaining();
-    if (length <= frame.left) {
-      ++at.index;
-      at.consumed = 0;
-    } else {
-      length = frame.left;
-      at.consumed += length;
+    const Entry& entry = *frame.entry;
+    const size_t offset = entry.offset + frame.consumed;
+    size_t length = std::min(entry.end - frame.position, frame.left);
+    const bool isMemory = entry.isMemory();
+    if (!isMemory && !entry.isReference()) return kPVBlockBufferUnallocatedBlockErr;
+    const bool located = !isMemory && top_ == frames_ + kMaximumFrames - 1;
+    if (isMemory) {
+      piece = {static_cast<char*>(entry.block) + offset, length};
+    } else if (located) {
+      const Location found = locate(entry.target(), offset);
+      if (found.status) return found.status;
+      length = std::min(found.length, length);
+      piece = {found.data, length};
     }
+    frame.position += length;
     frame.left -= length;
-    if (entry.isMemory()) {
-      piece = {entry.bytes() + consumed, length};
-      undelivered_ -= length;
+    frame.consumed += length;
+    if (frame.position == entry.end) {
+      ++frame.entry;
+      frame.consumed = 0;
+    }
+    if (isMemory || located) {
+      left_ -= length;
       return 0;
     }
-    if (!entry.isReference()) return kPVBlockBufferUnallocatedBlockErr;
-    const size_t offset = entry.offset + consumed;
-    if (depth_ + 1 < kMaximumFrames) {
-      frames_[++depth_] = {findEntry(entry.target(), offset), length};
-      continue;
-    }
-    const Location found = locate(entry.target(), offset);
-    if (found.status) return found.status;
-    piece = {found.data, std::min(found.length, length)};
-    undelivered_ -= piece.length;
-    if (piece.length < length) {  // back to the rest of this entry
-      frame.left += length - piece.length;
-      at = {at.member, static_cast<int32_t>(&entry - at.member->entries()), consumed + piece.length};
-    }
-    return 0;
+    ++top_;
+    enter(entry.target(), offset, length);
   }
 }
 

@@ -30,35 +30,71 @@ struct Location {
 };
 Location locate(PVBlockBuffer* buffer, size_t offset);
 
-// Yields a range's pieces of memory in order. A few levels of references are kept at hand; below those each
+// Walks a range's pieces of memory in order. A few levels of references are kept at hand; below those each
 // piece is located anew.
-class PieceCursor {
+class PieceWalk {
  public:
+  // The range lies inside the buffer and is not empty.
+  PieceWalk(PVBlockBuffer* buffer, size_t offset, size_t length) : left_(length) {
+    enter(buffer, offset, length);
+  }
+
+  // Calls use(data, length) with each piece. Ends early with UnallocatedBlock; or with BadOffset when a
+  // referenced buffer is shorter than its reference says.
+  template <class Use>
+  PVStatus run(Use use) {
+    while (left_ > 0) {
+      useWholeBlocks(use);
+      if (left_ == 0) break;
+      Piece piece;
+      if (PVStatus status = next(piece)) return status;
+      use(piece.data, piece.length);
+    }
+    return 0;
+  }
+
+ private:
+  static constexpr int kMaximumFrames = 6;
+  // Where the walk is in one buffer.
+  struct Frame {
+    const Entry* entry;
+    const Entry* entriesEnd;
+    size_t consumed;        // bytes of the entry that are behind
+    size_t position;        // of the next byte, in the member's own data
+    size_t left;            // bytes of the range still to come from this level
+    PVBlockBuffer* member;  // null: there are no data at the place
+  };
+
   struct Piece {
     char* data;
     size_t length;
   };
 
-  // The range lies inside the buffer and is not empty.
-  PieceCursor(PVBlockBuffer* buffer, size_t offset, size_t length)
-      : frames_{{findEntry(buffer, offset), length}}, undelivered_(length) {}
+  // The common case in a tight loop: blocks that lie in the range entirely.
+  template <class Use>
+  void useWholeBlocks(Use& use) {
+    Frame& frame = *top_;
+    if (frame.consumed > 0) return;
+    const Entry* entry = frame.entry;
+    const Entry* const entriesEnd = frame.entriesEnd;
+    const size_t end = frame.position + frame.left;
+    size_t position = frame.position;
+    for (; entry != entriesEnd && entry->isMemory() && entry->end <= end; ++entry) {
+      use(entry->bytes(), entry->end - position);
+      position = entry->end;
+    }
+    left_ -= position - frame.position;
+    frame.left -= position - frame.position;
+    frame.position = position;
+    frame.entry = entry;
+  }
 
-  // Bytes not delivered yet; at 0 the walk is over.
-  size_t undelivered() const { return undelivered_; }
-  // The next piece; or UnallocatedBlock; or BadOffset when a referenced buffer is shorter than its reference
-  // says. After a failure the cursor is of no further use, but undelivered() stands.
+  void enter(PVBlockBuffer* buffer, size_t offset, size_t length);
   PVStatus next(Piece& piece);
 
- private:
-  static constexpr int kMaximumFrames = 6;
-  struct Frame {
-    Position at;
-    size_t left;  // bytes of the range still to come from this level
-  };
-
   Frame frames_[kMaximumFrames];
-  int depth_ = 0;
-  size_t undelivered_;
+  Frame* top_ = frames_;
+  size_t left_;  // of the whole range
 };
 
 // Visits every entry of a buffer, its chain and all that they reference, in order; each buffer once.

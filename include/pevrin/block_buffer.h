@@ -29,6 +29,7 @@
 #define PEVRIN_BLOCK_BUFFER_H
 
 #include <bedra/allocator.h>
+#include <bedra/runtime.h>
 #include <pevrin/base.h>
 
 PV_BEGIN_DECLS

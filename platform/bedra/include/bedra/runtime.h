@@ -47,6 +47,11 @@ BR_EXPORT const BRRuntimeClass *BRRuntimeGetClass(BRTypeID typeID);
  * owns it. NULL when the type ID is unknown or memory runs out. */
 BR_EXPORT BRTypeRef BRRuntimeCreateInstance(BRAllocatorRef allocator, BRTypeID typeID, size_t extraBytes);
 
+/* The same, with only the first zeroedBytes (at most extraBytes) of the fields zero-filled: for classes that fill large
+ * instances themselves. */
+BR_EXPORT BRTypeRef BRRuntimeCreateUnfilledInstance(BRAllocatorRef allocator, BRTypeID typeID, size_t extraBytes,
+                                                    size_t zeroedBytes);
+
 /* Adds a reference and returns the object. NULL is allowed. */
 BR_EXPORT BRTypeRef BRRetain(BRTypeRef object);
 
