@@ -160,23 +160,22 @@ PVStatus addResolved(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset
     PVBlockBuffer* owner = &target;
     size_t ownerOffset = offset;
     size_t part = length;
-    for (;;) {
+    // Without references among its entries, a buffer owns what it holds: no need to look which entry it is.
+    while (owner->mayHoldReferences || ownerOffset >= owner->ownLength()) {
       const Position at = findEntry(owner, ownerOffset);
       if (!at.member) break;
       const Entry& entry = at.entry();
+      part = std::min(part, at.remaining());
       if (!entry.isReference()) {
-        // Neighbours in the owner become one reference: as far as its entries are known to be memory, at
-        // once.
-        ownerOffset = at.member->startOf(at.index) + at.consumed;
-        const size_t whole = at.member->ownLength() - ownerOffset;
-        part = std::min(part, at.member->mayHoldReferences ? at.remaining() : whole);
         owner = at.member;
+        ownerOffset = owner->startOf(at.index) + at.consumed;
         break;
       }
-      part = std::min(part, at.remaining());
       owner = entry.target();
       ownerOffset = entry.offset + at.consumed;
     }
+    if (!owner->mayHoldReferences && ownerOffset < owner->ownLength())
+      part = std::min(part, owner->ownLength() - ownerOffset);
     if (PVStatus status = addReference(buffer, *owner, ownerOffset, part)) return status;
     offset += part;
     length -= part;

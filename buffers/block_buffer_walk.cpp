@@ -14,7 +14,7 @@ int32_t searchEntries(const PVBlockBuffer* member, size_t offset) {
   int32_t first = 0;
   for (int32_t count = member->count; count > 1;) {
     const int32_t half = count / 2;
-    if (entries[first + half - 1].end <= offset) first += half;
+    first += entries[first + half - 1].end <= offset ? half : 0;
     count -= half;
   }
   return first;

@@ -5,11 +5,13 @@
 #include <pevrin/attachment.h>
 #include <pevrin/block_buffer.h>
 
+#include <atomic>
 #include <bedra/literal.hpp>
 #include <bedra/ref.hpp>
 #include <cstring>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/block_buffer_model.hpp"
@@ -495,6 +497,35 @@ TEST(BlockBuffer, BehavesLikeAVectorOfSharedBytes) {
     for (uint8_t& byte : operations) byte = static_cast<uint8_t>(random());
     test::BlockBufferModel(operations).run();
   }
+}
+
+TEST(BlockBufferThreads, SharedBuffersAreReadReferencedAndReleasedSideBySide) {
+  std::string expected;
+  Buffer shared = makeEmpty(3);
+  for (int i = 0; i < 40; ++i) {
+    const char* text = i % 2 ? "abcdefg" : "0123";
+    expected += text;
+    EXPECT_EQ(i % 8 == 7 ? appendReference(shared, makeOf({text})) : appendText(shared.get(), text), 0);
+  }
+  std::atomic<int> mismatches{0};
+  auto work = [&](Buffer own, uint32_t seed) {
+    std::minstd_rand random(seed);
+    for (int i = 0; i < 400; ++i) {
+      const size_t offset = random() % expected.size(), length = 1 + random() % (expected.size() - offset);
+      Buffer range = makeEmpty();
+      mismatches +=
+          appendReference(range, own, offset, length, random() & kPVBlockBufferDontOptimizeDepthFlag) != 0;
+      Buffer nested = makeEmpty();
+      mismatches += appendReference(nested, range, 0, 0, kPVBlockBufferDontOptimizeDepthFlag) != 0;
+      range = nullptr;
+      mismatches += textOf(nested) != expected.substr(offset, length);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (uint32_t i = 0; i < 4; ++i) threads.emplace_back(work, shared, i + 1);
+  shared = nullptr;  // the last thread to end drops the last reference
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(mismatches, 0);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #ifndef TESTS_SUPPORT_BLOCK_BUFFER_MODEL_HPP
 #define TESTS_SUPPORT_BLOCK_BUFFER_MODEL_HPP
 
-#include <pevrin/block_buffer.h>
+#include <kiv/block_buffer.h>
 
 #include <bedra/ref.hpp>
 #include <cstdint>
@@ -74,6 +74,14 @@ class BlockBufferModel {
     require(PVBlockBufferFillDataBytes(static_cast<char>(value), pair.buffer.get(), before, length) == 0,
             "first fill");
     for (size_t i = 0; i < length; ++i) pair.bytes.push_back(std::make_shared<uint8_t>(value));
+  }
+
+  void appendBytes(Pair& pair) {
+    std::vector<uint8_t> bytes(1 + draw() * 7u);
+    const uint8_t value = draw();
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(value ^ i);
+    require(KivBlockBufferAppendBytes(pair.buffer.get(), bytes.data(), bytes.size()) == 0, "append bytes");
+    for (uint8_t byte : bytes) pair.bytes.push_back(std::make_shared<uint8_t>(byte));
   }
 
   void appendReference(Pair& pair, Pair& target) {
@@ -178,7 +186,7 @@ class BlockBufferModel {
       case 6:
         return checkAll(pair);
       case 7:
-        return draw() % 4 ? void() : reset(pair);
+        return draw() % 4 && pair.bytes.size() < 4000 ? appendBytes(pair) : reset(pair);
     }
   }
 
