@@ -6,7 +6,6 @@
 // multiple makes both conversions whole factors.
 #include <pevrin/time.h>
 
-#include <algorithm>
 #include <utility>
 
 #include "foundation/time_math.hpp"
