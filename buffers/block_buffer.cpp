@@ -113,6 +113,10 @@ void releaseEntry(PVBlockBuffer& owner, Entry& entry) {
 }  // namespace pv::block
 
 PVBlockBuffer::~PVBlockBuffer() {
+  if (growing) {
+    if (growing->watcher) *growing->watcher = nullptr;
+    BRAllocatorDeallocate(BRGetAllocator(this), growing);
+  }
   for (int32_t i = 0; i < count; ++i) pv::block::releaseEntry(*this, entries()[i]);
   if (!chain) return;
   if (PVBlockBuffer* next = child()) pv::block::retire(next);

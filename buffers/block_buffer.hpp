@@ -28,6 +28,7 @@
 #include <bedra/object.hpp>
 
 #include "runtime/attachment_store.hpp"
+#include "runtime/growing_block.hpp"
 
 namespace pv::block {
 
@@ -75,7 +76,7 @@ struct Chain {
 
 }  // namespace pv::block
 
-struct PVBlockBuffer : BRObject {
+struct PVBlockBuffer : pv::BlockBufferHead {
   static constexpr const char* className = "PVBlockBuffer";
   using Entry = pv::block::Entry;
 
@@ -94,6 +95,12 @@ struct PVBlockBuffer : BRObject {
   PVBlockBuffer* child() const { return entries()[capacity - 1].target(); }
   PVBlockBuffer* tail() { return chain ? chain->links[chain->count - 1].member : this; }
   bool isFull() const { return count == capacity - 1; }
+
+  void endGrowth() {
+    if (grownBy) grownBy->limit = grownBy->next;
+    if (grownBy) grownBy->watcher = nullptr;
+    grownBy = nullptr;
+  }
 
   bool isInSameChain(const PVBlockBuffer* other) const {
     return this == other || (chain && chain == other->chain);
@@ -114,7 +121,7 @@ struct PVBlockBuffer : BRObject {
   std::atomic<uint64_t> mark{0};        // the last ReferenceWalk that came by
   std::atomic<bool> referenced{false};  // see wasReferenced
   bool mayHoldReferences = false;       // false: the member's own entries are all memory
-  int32_t growingEntry = -1;            // see appendBytes: as long as it is the last one
+  pv::GrowingBlock* grownBy = nullptr;  // has its block in this member's last entry; must hear of a new one
 };
 
 template <>

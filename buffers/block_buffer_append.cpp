@@ -85,6 +85,7 @@ void extendBy(PVBlockBuffer& tail, size_t length) {
 // Adds an entry for length bytes; its end is filled in here.
 PVStatus addEntry(PVBlockBuffer& buffer, const Entry& entry, size_t length) {
   PVBlockBuffer* tail = buffer.tail();
+  tail->endGrowth();
   if (tail->isFull() && !(tail = addChild(*tail))) return kPVBlockBufferStructureAllocationFailedErr;
   Entry& added = tail->entries()[tail->count];
   added = entry;
@@ -183,6 +184,30 @@ PVStatus addResolved(PVBlockBuffer& buffer, PVBlockBuffer& target, size_t offset
   return 0;
 }
 
+// Adds a block with room for the length and more, none of it data yet. Each block is as long as all that came before,
+// within limits: there are few of them and little is wasted.
+PVStatus startGrowing(PVBlockBuffer& buffer, GrowingBlock& growing, size_t length) {
+  const size_t total = buffer.totalLength();
+  const size_t blockLength = std::max(length, std::clamp(total, kSmallestGrowingBlock, kLargestGrowingBlock));
+  // With all its room at first: a total past the largest size is found here and not by each append.
+  if (PVStatus status = appendMemoryBlock(buffer, nullptr, blockLength, BRGetAllocator(&buffer), nullptr, 0,
+                                          blockLength, kPVBlockBufferAssureMemoryNowFlag))
+    return status;
+  PVBlockBuffer& tail = *buffer.tail();
+  Entry& entry = tail.entries()[tail.count - 1];
+  entry.end -= blockLength;
+  if (tail.chain) tail.chain->end -= blockLength;
+  new (&growing) GrowingBlock;
+  growing.bytes = growing.next = static_cast<char*>(entry.block);
+  growing.limit = growing.bytes + blockLength;
+  growing.start = total;
+  growing.entryEnd = &entry.end;
+  if (tail.chain) growing.chainEnd = &tail.chain->end;
+  growing.watcher = &tail.grownBy;
+  tail.grownBy = &growing;
+  return 0;
+}
+
 }  // namespace
 
 PVStatus assureEntry(Entry& entry) {
@@ -225,25 +250,14 @@ PVStatus appendMemoryBlock(PVBlockBuffer& buffer, void* block, size_t blockLengt
 }
 
 PVStatus appendBytes(PVBlockBuffer& buffer, const void* bytes, size_t length) {
-  PVBlockBuffer* tail = buffer.tail();
-  if (const int32_t last = tail->count - 1; last >= 0 && last == tail->growingEntry) [[likely]] {
-    const Entry& entry = tail->entries()[last];
-    const size_t used = entry.end - tail->startOf(last);
-    if (length <= entry.blockLength - used && hasRoom(buffer, length)) [[likely]] {
-      std::memcpy(static_cast<char*>(entry.block) + used, bytes, length);
-      extendBy(*tail, length);
-      return 0;
-    }
+  if (!buffer.growing) {
+    void* memory = BRAllocatorAllocate(BRGetAllocator(&buffer), sizeof(GrowingBlock));
+    if (!memory) return kPVBlockBufferStructureAllocationFailedErr;
+    buffer.growing = new (memory) GrowingBlock;
   }
-  // Each block is as long as all that came before, within limits: there are few of them and little is wasted.
-  const size_t total = tail->chain ? tail->chain->end : tail->ownLength();
-  const size_t blockLength = std::max(length, std::clamp(total, kSmallestGrowingBlock, kLargestGrowingBlock));
-  if (PVStatus status = appendMemoryBlock(buffer, nullptr, blockLength, BRGetAllocator(&buffer), nullptr, 0,
-                                          length, kPVBlockBufferAssureMemoryNowFlag))
-    return status;
-  tail = buffer.tail();
-  tail->growingEntry = tail->count - 1;
-  std::memcpy(tail->entries()[tail->growingEntry].block, bytes, length);
+  if (!buffer.growing->fits(length))
+    if (PVStatus status = startGrowing(buffer, *buffer.growing, length)) return status;
+  buffer.growing->append(bytes, length);
   return 0;
 }
 

@@ -3,7 +3,9 @@
 // shrunk since.
 #include "files/atom_source.hpp"
 
+#include <algorithm>
 #include <bedra/ref.hpp>
+#include <cstring>
 
 #include "runtime/error.hpp"
 
@@ -51,13 +53,23 @@ PVStatus createFromMemory(const KivAtomSource* source, int64_t offset, size_t le
           PVBlockBufferCreateWithMemoryBlock(nullptr, nullptr, length, nullptr, nullptr, 0, length,
                                              kPVBlockBufferAssureMemoryNowFlag, copy.out()))
     return status;
-  const auto* from = static_cast<const uint8_t*>(source->object) + (offset - source->globalOffset);
-  if (PVStatus status = PVBlockBufferReplaceDataBytes(from, copy.get(), 0, length)) return status;
+  if (PVStatus status =
+          PVBlockBufferReplaceDataBytes(atomBytesInMemory(*source, offset), copy.get(), 0, length))
+    return status;
   *blockBufferOut = copy.detach();
   return 0;
 }
 
 }  // namespace
+
+PVStatus readAtomBytesFromMemory(const KivAtomSource* source, int64_t offset, size_t length,
+                                 void* destination, size_t* lengthReadOut) {
+  const int64_t inBlock = offset - source->globalOffset;
+  if (inBlock >= source->totalLength) return kKivAtomStreamError_ShortRead;
+  *lengthReadOut = std::min(length, static_cast<size_t>(source->totalLength - inBlock));
+  std::memcpy(destination, atomBytesInMemory(*source, offset), *lengthReadOut);
+  return 0;
+}
 
 KivAtomSource atomSourceOverByteStream(KivByteStreamRef byteStream, int64_t totalLength) {
   return {byteStream, totalLength, readFromByteStream, createFromByteStream, 0};

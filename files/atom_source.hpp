@@ -4,25 +4,19 @@
 
 #include <kiv/atom_stream.h>
 
-#include <algorithm>
-#include <cstring>
-
 namespace pv {
 
 KivAtomSource atomSourceOverByteStream(KivByteStreamRef byteStream, int64_t totalLength);
 KivAtomSource atomSourceOverBlockBuffer(PVBlockBufferRef blockBuffer);
 KivAtomSource atomSourceOverMemory(const void* bytes, size_t length, int64_t globalOffset);
 
-// The memory source's read, here so that the reader of headers need not call it through the pointer. An
-// offset outside the block is a short read, which the caller signals.
-inline PVStatus readAtomBytesFromMemory(const KivAtomSource* source, int64_t offset, size_t length,
-                                        void* destination, size_t* lengthReadOut) {
-  const int64_t inBlock = offset - source->globalOffset;
-  if (inBlock >= source->totalLength) return kKivAtomStreamError_ShortRead;
-  const size_t count = std::min(length, static_cast<size_t>(source->totalLength - inBlock));
-  std::memcpy(destination, static_cast<const uint8_t*>(source->object) + inBlock, count);
-  *lengthReadOut = count;
-  return 0;
+// The memory source's read. An offset outside the block is a short read, which the caller signals.
+PVStatus readAtomBytesFromMemory(const KivAtomSource* source, int64_t offset, size_t length,
+                                 void* destination, size_t* lengthReadOut);
+
+// Where in memory a global offset of a memory source is.
+inline const uint8_t* atomBytesInMemory(const KivAtomSource& source, int64_t offset) {
+  return static_cast<const uint8_t*>(source.object) + (offset - source.globalOffset);
 }
 
 }  // namespace pv

@@ -7,6 +7,8 @@
 
 #include <bedra/ref.hpp>
 
+#include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "files/atom_source.hpp"
@@ -37,16 +39,11 @@ PVStatus fail(PVStatus status, Signalling signalling, int32_t line = __builtin_L
 }
 
 // Reads length bytes at a global offset, all or nothing.
-inline PVStatus readFully(const KivAtomSource& source, int64_t offset, size_t length, void* destination,
-                          Signalling signalling) {
+PVStatus readFully(const KivAtomSource& source, int64_t offset, size_t length, void* destination,
+                   Signalling signalling) {
   size_t count = 0;
-  PVStatus status;
-  if (source.readBytes == pv::readAtomBytesFromMemory) [[likely]]
-    status = pv::readAtomBytesFromMemory(&source, offset, length, destination, &count);
-  else
-    status = source.readBytes(&source, offset, length, destination, &count);
-  if (status == 0 && count >= length) [[likely]]
-    return 0;
+  const PVStatus status = source.readBytes(&source, offset, length, destination, &count);
+  if (status == 0 && count >= length) return 0;
   if (status != 0 && status != kKivAtomStreamError_ShortRead) return status;
   return fail(kKivAtomStreamError_ShortRead, signalling);
 }
@@ -75,8 +72,7 @@ PVStatus readLongHeader(const KivAtomSource& source, int64_t globalOffset, int64
 }
 
 // The header of the atom at an offset of the stream's level. On success the atom lies inside the level.
-inline PVStatus readAtom(const KivAtomStream& stream, int64_t offset, Signalling signalling,
-                         AtomHeader& header) {
+PVStatus readAtom(const KivAtomStream& stream, int64_t offset, Signalling signalling, AtomHeader& header) {
   const int64_t remaining = stream.rangeLength - offset;
   if (remaining < kShortHeaderBytes) return kKivAtomStreamError_NotEnoughData;
   const int64_t globalOffset = stream.rangeStart + offset;
@@ -102,7 +98,7 @@ inline PVStatus readAtom(const KivAtomStream& stream, int64_t offset, Signalling
 }
 
 // Puts the cursor on the atom at an offset of its level.
-inline void standOn(KivAtomStream& stream, int64_t offset, const AtomHeader& header) {
+void standOn(KivAtomStream& stream, int64_t offset, const AtomHeader& header) {
   stream.currentAtomDataOffset = offset + header.headerSize;
   stream.currentAtomType = header.type;
   stream.currentAtomSize = header.size;
@@ -130,9 +126,32 @@ PVStatus open(const KivAtomSource& source, int64_t rangeStart, int64_t rangeLeng
   return 0;
 }
 
+// The step that walks are made of: over memory to an atom with a header of 8 bytes. False, with nothing done,
+// for any other, be it good or bad.
+inline bool advanceOverMemory(KivAtomStream& stream) {
+  if (stream.source.readBytes != pv::readAtomBytesFromMemory) return false;
+  // What the last step wrote last, the data length, comes in last: each step waits for the one before only
+  // there.
+  const int64_t dataLength = stream.currentAtomDataLength;
+  const uint8_t* data =
+      pv::atomBytesInMemory(stream.source, stream.rangeStart + stream.currentAtomDataOffset);
+  const int64_t next = stream.currentAtomDataOffset + dataLength;
+  const int64_t remaining = stream.rangeLength - next;
+  if (remaining < kShortHeaderBytes) return false;
+  const auto header = pv::loadBigEndian<uint64_t>(data + dataLength);
+  const auto size = static_cast<int64_t>(header >> 32);
+  const auto type = static_cast<PVFourCharCode>(header);
+  if (size < kShortHeaderBytes || size > remaining || type == kUUIDType) return false;
+  stream.currentAtomDataOffset = next + kShortHeaderBytes;
+  stream.currentAtomType = type;
+  stream.currentAtomSize = size;
+  stream.currentAtomDataLength = size - kShortHeaderBytes;
+  return true;
+}
+
 // Moves to the next atom for which found(header) holds.
 template <class Found>
-inline PVStatus advance(KivAtomStream& stream, Found found) {
+PVStatus advance(KivAtomStream& stream, Found found) {
   int64_t next = stream.currentAtomDataOffset + stream.currentAtomDataLength;
   AtomHeader header;
   for (;; next += header.size) {
@@ -142,6 +161,10 @@ inline PVStatus advance(KivAtomStream& stream, Found found) {
   }
   standOn(stream, next, header);
   return 0;
+}
+
+[[gnu::noinline]] PVStatus advanceToAny(KivAtomStream& stream) {
+  return advance(stream, [](const AtomHeader&) { return true; });
 }
 
 // Each step opens the data of the atom that the last one found.
@@ -314,7 +337,8 @@ PVStatus KivAtomStreamReadCurrentAtomAndCreateBBuf(const KivAtomStream* stream,
 
 PVStatus KivAtomStreamAdvanceToNextAtom(KivAtomStream* stream) {
   if (!stream) return signalError(kPVBaseObjectError_ParamErr);
-  return advance(*stream, [](const AtomHeader&) { return true; });
+  if (advanceOverMemory(*stream)) return 0;
+  return advanceToAny(*stream);
 }
 
 PVStatus KivAtomStreamAdvanceToNextAtomWithType(KivAtomStream* stream, PVFourCharCode type) {

@@ -9,6 +9,7 @@
 
 #include "runtime/byte_writer.hpp"
 #include "runtime/error.hpp"
+#include "runtime/growing_block.hpp"
 
 namespace {
 
@@ -28,8 +29,15 @@ void leaveAtom(KivAtomWriter& writer) {
   writer.inAtom = false;
 }
 
-// Appends to the atom and counts the bytes in its size.
-PVStatus append(KivAtomWriter& writer, const void* bytes, size_t length) {
+// The block at the end of the block buffer that is written to, or null. It belongs to what the byte stream
+// stands on; small pieces go into it directly.
+pv::GrowingBlock* growingBlockOf(const KivAtomWriter& writer) {
+  return writer.blockBuffer ? reinterpret_cast<const pv::BlockBufferHead*>(writer.blockBuffer)->growing
+                            : nullptr;
+}
+
+[[gnu::noinline]] PVStatus appendToStream(KivAtomWriter& writer, const void* bytes, size_t length) {
+  if (length == 0) return 0;
   int64_t size, end;
   if (__builtin_add_overflow(writer.atomSize, length, &size) ||
       __builtin_add_overflow(writer.startOffset, size, &end))
@@ -39,40 +47,104 @@ PVStatus append(KivAtomWriter& writer, const void* bytes, size_t length) {
   return 0;
 }
 
-// The header goes out in one piece: no stream is left with half of one.
-PVStatus begin(KivAtomWriter* writer, PVFourCharCode type, const uint8_t* extendedType, bool use64BitSize) {
-  if (writer->inAtom) return signalError(kKivAtomWriterError_AlreadyInAtom);
-  if (ownsByteStream(*writer))
-    if (PVStatus status =
-            KivByteStreamCreateWritableForBlockBuffer(nullptr, writer->blockBuffer, &writer->byteStream))
-      return status;
+// Appends to the atom and counts the bytes in its size.
+inline PVStatus append(KivAtomWriter& writer, const void* bytes, size_t length) {
+  pv::GrowingBlock* block = growingBlockOf(writer);
+  if (!block || !block->fits(length)) [[unlikely]]
+    return appendToStream(writer, bytes, length);
+  writer.atomSize += static_cast<int64_t>(length);
+  block->append(bytes, length);
+  return 0;
+}
+
+PVStatus write(const KivAtomWriter& writer, int64_t offset, const void* bytes, size_t length) {
+  pv::GrowingBlock* block = growingBlockOf(writer);
+  if (!block || !block->holds(static_cast<size_t>(offset), length))
+    return KivByteStreamWriteAtOffset(writer.byteStream, offset, bytes, length);
+  block->replace(static_cast<size_t>(offset), bytes, length);
+  return 0;
+}
+
+// Opens the byte stream that the atom goes to, if that is the writer's own.
+PVStatus openByteStream(KivAtomWriter& writer) {
+  if (!ownsByteStream(writer)) return 0;
+  return KivByteStreamCreateWritableForBlockBuffer(nullptr, writer.blockBuffer, &writer.byteStream);
+}
+
+void enterAtom(KivAtomWriter& writer, int64_t headerSize, bool use64BitSize) {
+  writer.headerSize = headerSize;
+  writer.atomSize = headerSize;
+  writer.uses64BitSize = use64BitSize;
+  writer.inAtom = true;
+}
+
+// The common case: a header of 8 bytes where there is room for it, inside a parent. False, with nothing done,
+// for others.
+inline bool beginInGrowingBlock(KivAtomWriter& writer, PVFourCharCode type) {
+  pv::GrowingBlock* block = growingBlockOf(writer);
+  const uint64_t header = pv::bigEndian(uint64_t{type});  // the size 0, the type
+  if (!block || !writer.parent || writer.inAtom || !block->fits(sizeof header)) return false;
+  enterAtom(writer, sizeof header, false);
+  block->append(&header, sizeof header);
+  return true;
+}
+
+// Any header goes out in one piece: no destination is left with half of one.
+[[gnu::noinline]] PVStatus begin(KivAtomWriter& writer, PVFourCharCode type, const uint8_t* extendedType,
+                                 bool use64BitSize) {
+  if (writer.inAtom) return signalError(kKivAtomWriterError_AlreadyInAtom);
+  if (PVStatus status = openByteStream(writer)) return status;
   uint8_t bytes[kLongestHeaderBytes];
   pv::ByteWriter header(bytes, sizeof bytes);
   header.u32(use64BitSize ? 1 : 0).u32(type);
   if (use64BitSize) header.u64(0);
   if (extendedType) header.bytes(extendedType, kExtendedTypeBytes);
-  writer->uses64BitSize = use64BitSize;
-  writer->atomSize = 0;
-  if (PVStatus status = append(*writer, bytes, header.position())) {
-    leaveAtom(*writer);
+  writer.atomSize = 0;
+  if (PVStatus status = append(writer, bytes, header.position())) {
+    leaveAtom(writer);
     return status;
   }
-  writer->headerSize = writer->atomSize;
-  writer->inAtom = true;
+  enterAtom(writer, writer.atomSize, use64BitSize);
   return 0;
 }
 
 PVStatus writeSize(const KivAtomWriter& writer) {
-  uint8_t bytes[8];
-  pv::ByteWriter size(bytes, sizeof bytes);
   if (writer.uses64BitSize) {
-    size.u64(static_cast<uint64_t>(writer.atomSize));
-    return KivByteStreamWriteAtOffset(writer.byteStream, writer.startOffset + 8, bytes, size.position());
+    const uint64_t size = pv::bigEndian(static_cast<uint64_t>(writer.atomSize));
+    return write(writer, writer.startOffset + 8, &size, sizeof size);
   }
   if (writer.atomSize > std::numeric_limits<uint32_t>::max())
     return signalError(kKivAtomWriterError_SizeTooLarge);
-  size.u32(static_cast<uint32_t>(writer.atomSize));
-  return KivByteStreamWriteAtOffset(writer.byteStream, writer.startOffset, bytes, size.position());
+  const uint32_t size = pv::bigEndian(static_cast<uint32_t>(writer.atomSize));
+  return write(writer, writer.startOffset, &size, sizeof size);
+}
+
+// Counts an atom whose size is written.
+inline void countAtom(KivAtomWriter& writer) {
+  if (writer.parent) writer.parent->atomSize += writer.atomSize;
+  writer.startOffset += writer.atomSize;
+}
+
+// The common case again: a 32-bit size to be put into the block at hand. False, with nothing done, for
+// others.
+inline bool endInGrowingBlock(KivAtomWriter& writer) {
+  pv::GrowingBlock* block = growingBlockOf(writer);
+  const auto size = static_cast<uint32_t>(writer.atomSize);
+  if (!block || !writer.parent || writer.uses64BitSize || size != writer.atomSize ||
+      !block->holds(static_cast<size_t>(writer.startOffset), sizeof size))
+    return false;
+  const uint32_t bytes = pv::bigEndian(size);
+  block->replace(static_cast<size_t>(writer.startOffset), &bytes, sizeof bytes);
+  countAtom(writer);
+  writer.inAtom = false;
+  return true;
+}
+
+[[gnu::noinline]] PVStatus end(KivAtomWriter& writer) {
+  const PVStatus status = writeSize(writer);
+  if (status == 0) countAtom(writer);
+  leaveAtom(writer);
+  return status;
 }
 
 // Null checks and "in an atom", in that order.
@@ -114,12 +186,13 @@ PVStatus KivAtomWriterInitWithParent(KivAtomWriter* parent, KivAtomWriter* child
 
 PVStatus KivAtomWriterBeginAtom(KivAtomWriter* writer, PVFourCharCode type, bool use64BitSize) {
   if (!writer) return signalError(kPVBaseObjectError_ParamErr);
-  return begin(writer, type, nullptr, use64BitSize);
+  if (!use64BitSize && beginInGrowingBlock(*writer, type)) return 0;
+  return begin(*writer, type, nullptr, use64BitSize);
 }
 
 PVStatus KivAtomWriterBeginUUIDAtom(KivAtomWriter* writer, const uint8_t uuid[16], bool use64BitSize) {
   if (!writer || !uuid) return signalError(kPVBaseObjectError_ParamErr);
-  return begin(writer, kUUIDType, uuid, use64BitSize);
+  return begin(*writer, kUUIDType, uuid, use64BitSize);
 }
 
 PVStatus KivAtomWriterAppendVersionAndFlags(KivAtomWriter* writer, uint8_t version, uint32_t flags) {
@@ -132,9 +205,10 @@ PVStatus KivAtomWriterAppendVersionAndFlags(KivAtomWriter* writer, uint8_t versi
 }
 
 PVStatus KivAtomWriterAppendData(KivAtomWriter* writer, const void* bytes, size_t length) {
-  if (PVStatus status = checkInAtom(writer, writer)) return status;
-  if (length == 0) return 0;
-  if (!bytes) return signalError(kPVBaseObjectError_ParamErr);
+  if (PVStatus status = checkInAtom(writer, writer)) [[unlikely]]
+    return status;
+  if (!bytes) [[unlikely]]
+    return length == 0 ? 0 : signalError(kPVBaseObjectError_ParamErr);
   return append(*writer, bytes, length);
 }
 
@@ -153,15 +227,12 @@ PVStatus KivAtomWriterAppendBlockBufferData(KivAtomWriter* writer, PVBlockBuffer
 }
 
 PVStatus KivAtomWriterEndAtom(KivAtomWriter* writer) {
-  if (!writer) return signalError(kPVBaseObjectError_ParamErr);
+  if (!writer) [[unlikely]]
+    return signalError(kPVBaseObjectError_ParamErr);
   if (!writer->inAtom) return 0;
-  const PVStatus status = writeSize(*writer);
-  if (status == 0) {
-    if (writer->parent) writer->parent->atomSize += writer->atomSize;
-    writer->startOffset += writer->atomSize;
-  }
-  leaveAtom(*writer);
-  return status;
+  if (endInGrowingBlock(*writer)) [[likely]]
+    return 0;
+  return end(*writer);
 }
 
 PVStatus KivAtomWriterGetAtomGlobalDataOffset(const KivAtomWriter* writer, int64_t* offsetOut) {

@@ -61,16 +61,16 @@ PV_EXPORT PVStatus KivByteStreamRead(KivByteStreamRef stream, int64_t offset, si
 
 /* Makes a block buffer of up to length bytes from offset; its data length is the count read, and it is empty when
  * there were none. Over a block buffer the result refers to the stream's bytes without copying them; over memory and
- * files it is a copy in one block. The caller releases the buffer, which may outlive the stream. *blockBufferOut is
- * NULL on failure. A class without the operation is served through its read operation. */
+ * files it is a copy in one block, no longer than what the stream has. The caller releases the buffer, which may
+ * outlive the stream. *blockBufferOut is NULL on failure; memory running out answers as in <pevrin/block_buffer.h>. */
 PV_EXPORT PVStatus KivByteStreamReadAndCreateBlockBuffer(KivByteStreamRef stream, int64_t offset, size_t length,
                                                          PVBlockBufferRef *blockBufferOut);
 
 /* The stream's length at this moment. */
 PV_EXPORT PVStatus KivByteStreamGetTotalLength(KivByteStreamRef stream, int64_t *lengthOut);
 
-/* Adds a copy of the bytes at the end. On failure the stream may have taken some of them (a full disk), unless it
- * stands on a block buffer. A length of 0 does nothing. */
+/* Adds a copy of the bytes at the end, all or nothing: a file that took a part of them is cut back to where it ended.
+ * A length of 0 does nothing. */
 PV_EXPORT PVStatus KivByteStreamAppend(KivByteStreamRef stream, const void *bytes, size_t length);
 
 /* Replaces bytes that exist: offset + length must not exceed the stream's length (kKivByteStreamError_OutOfRange).

@@ -1,3 +1,4 @@
+#include <kiv/block_buffer.h>
 #include <kiv/byte_stream.h>
 #include <kiv/error.h>
 #include <sys/stat.h>
@@ -138,6 +139,23 @@ TEST(ByteStreams, OverBlockBuffersWrite) {
   ASSERT_EQ(KivByteStreamAppend(stream.get(), "own", 3), 0);
   EXPECT_EQ(read(stream, lengthOf(stream) - 7, 10), "lentown");
   EXPECT_STREQ(lent, "lent room");
+}
+
+TEST(ByteStreams, BlocksOfAppendedBytesOutliveTheBuffer) {
+  br::Ref<PVBlockBuffer> buffer = blockBufferOf("abc", 1), part, rest;
+  Stream stream;
+  ASSERT_EQ(KivByteStreamCreateWritableForBlockBuffer(nullptr, buffer.get(), stream.out()), 0);
+  ASSERT_EQ(KivByteStreamAppend(stream.get(), "defgh", 5), 0);
+  ASSERT_EQ(PVBlockBufferCreateWithBufferReference(nullptr, buffer.get(), 4, 3, 0, part.out()), 0);
+  PVBlockBufferRef origin;  // the member of the buffer that holds the block
+  ASSERT_EQ(KivBlockBufferGetDataPointerAndOrigin(part.get(), 0, nullptr, nullptr, nullptr, &origin, nullptr),
+            0);
+  rest = br::Ref<PVBlockBuffer>::retain(origin);
+  stream = nullptr;
+  buffer = nullptr;
+  ASSERT_EQ(KivBlockBufferAppendBytes(rest.get(), "ij", 2), 0);
+  EXPECT_EQ(bytesOf(part.get()), "efg");
+  EXPECT_EQ(bytesOf(rest.get()), "defghij");
 }
 
 TEST(ByteStreams, OverFilesWrite) {
