@@ -145,8 +145,8 @@ PV_EXPORT PVStatus PVBlockBufferAppendMemoryBlock(PVBlockBufferRef buffer, void 
  *
  * Statuses, in this order: BadPointerParameter (a buffer is null); BadOffsetParameter, BadLengthParameter (the range
  * does not lie in a target with data); EmptyBBuf, BadLengthParameter (a target without data);
- * BadLengthParameter (the buffer's length would exceed SIZE_MAX); BadPointerParameter (the target is the buffer itself
- * or leads back to it: such a circle could neither be released nor read); StructureAllocationFailed.
+ * BadLengthParameter (the buffer's length would exceed SIZE_MAX); BadPointerParameter (what would be referenced is the
+ * buffer itself or leads back to it: such a circle could neither be released nor read); StructureAllocationFailed.
  * On failure the buffer is as it was. */
 PV_EXPORT PVStatus PVBlockBufferAppendBufferReference(PVBlockBufferRef buffer, PVBlockBufferRef targetBuffer,
                                                       size_t offsetToData, size_t dataLength,
