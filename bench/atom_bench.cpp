@@ -158,9 +158,9 @@ BENCHMARK(walkWithByteReader)->Name("AtomWalk1000/Peer:GstByteReader")->Apply(se
 #endif
 BENCHMARK(walkPlainly)->Name("AtomWalk1000/Plain:loop")->Apply(setArguments);
 BENCHMARK(walkBlockBuffer)->Name("AtomWalk1000BlockBuffer/Ours")->Apply(setArguments);
-BENCHMARK(walkMemory)->Name("AtomWalk1000BlockBuffer/Plain:memory source")->Apply(setArguments);
+BENCHMARK(walkMemory)->Name("AtomWalk1000BlockBuffer/Plain:memory")->Apply(setArguments);
 BENCHMARK(walkFile)->Name("AtomWalk1000File/Ours")->Apply(setArguments);
-BENCHMARK(walkMemory)->Name("AtomWalk1000File/Plain:memory source")->Apply(setArguments);
+BENCHMARK(walkMemory)->Name("AtomWalk1000File/Plain:memory")->Apply(setArguments);
 
 // --- writing: 1000 atoms inside one, to growing memory
 
