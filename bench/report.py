@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Reads Google Benchmark reports with rows named Family/Ours, Family/Peer:name and Family/Plain:what; prints the median
-of each and ours as a ratio to each of the others. A peer with an aim shows whether the ratio meets it; within 5 % of the
-aim is undecided."""
+"""Reads Google Benchmark reports with rows named Family/Ours, Family/Peer:name and Family/Plain:what, where an argument
+may follow (Family/Ours/64); prints the median of each and ours as a ratio to each of the others with the same argument.
+A peer with an aim shows whether the ratio meets it; within 5 % of the aim is undecided."""
 import json
 import statistics
 import sys
@@ -48,9 +48,10 @@ def medians(files):
             rows = json.load(file)["benchmarks"]
         for row in rows:
             if row.get("run_type") == "iteration" and not row.get("error_occurred"):
-                family, _, what = row["run_name"].partition("/")
-                what = what.removesuffix("/real_time").removesuffix("/process_time")
-                real = "/real_time" in row["run_name"]
+                family, what, *rest = row["run_name"].split("/")
+                real = "real_time" in rest
+                argument = "/".join(part for part in rest if part not in ("real_time", "process_time"))
+                family = f"{family}[{argument}]" if argument else family
                 scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[row["time_unit"]]
                 times.setdefault(family, {}).setdefault(what, []).append(row["real_time" if real else "cpu_time"] * scale)
     return {f: {w: (statistics.median(t), (max(t) - min(t)) / statistics.median(t)) for w, t in rows.items()}
@@ -74,7 +75,7 @@ def main():
             if what != "Ours":
                 ratio = ours / other
                 print(f"{family:24} {what:34} {ours:12.2f} {other:12.2f} {ratio:7.2f}  "
-                      f"{100 * spread:3.0f}%/{100 * other_spread:.0f}%  {verdict(ratio, AIMS.get((family, what)))}")
+                      f"{100 * spread:3.0f}%/{100 * other_spread:.0f}%  {verdict(ratio, AIMS.get((family.split("[")[0], what)))}")
 
 
 main()

@@ -1,7 +1,7 @@
 // Strings: printf formats with %@.
 //
 // A conversion is read into a Conversion, its argument taken with the type that the length modifier names,
-// and its text made by snprintf from a rebuilt specification, except for %s, %c and %@, which are text
+// and its text made by snprintf from a rebuilt directive, except for %s, %c and %@, which are text
 // already. Floating-point conversions run in the C locale, so that the decimal point is one whatever the
 // program's locale says.
 #include <locale.h>
@@ -180,8 +180,8 @@ class Formatter {
   // The text of one argument straight into the buffer; a second time when it needs more room than there was.
   template <class Argument>
   bool printWithLibrary(const Conversion& conversion, const char* length, Argument argument) {
-    char specification[16];  // "%-", five flags, "*.*", a length of two, the letter and a NUL
-    char* end = stpcpy(specification, conversion.leftAligned ? "%-" : "%");
+    char directive[16];  // "%-", five flags, "*.*", a length of two, the letter and a NUL
+    char* end = stpcpy(directive, conversion.leftAligned ? "%-" : "%");
     end = stpcpy(stpcpy(stpcpy(end, conversion.flags), "*.*"), length);
     end[0] = conversion.letter;
     end[1] = '\0';
@@ -189,7 +189,7 @@ class Formatter {
       char* to = out_.reserve(room);
       if (!to) return false;
       const int written =
-          std::snprintf(to, room + 1, specification, conversion.width, conversion.precision, argument);
+          std::snprintf(to, room + 1, directive, conversion.width, conversion.precision, argument);
       if (written < 0) return false;
       if (static_cast<size_t>(written) <= room) {
         out_.commit(static_cast<size_t>(written));

@@ -182,9 +182,9 @@ TEST(RunLoop, BadTimersAndFullLoopsAreRefused) {
   EXPECT_EQ(BRRunLoopTimerCreate(nullptr, 0, Info::fire, &context), nullptr);
   EXPECT_FALSE(BRRunLoopAddTimer(nullptr, nullptr, nullptr));
   EXPECT_FALSE(BRRunLoopTimerIsValid(nullptr));
-  // A loop of its own, for the modes stay.
-  std::thread([] {
-    Info info;
+  // A loop of its own, for the modes stay. It lets go of the timer when its thread ends, after the lambda's locals.
+  Info info;
+  std::thread([&info] {
     Timer timer = makeTimer(info, 3600);
     int modes = 0;
     for (; modes < 100; ++modes) {
@@ -193,7 +193,6 @@ TEST(RunLoop, BadTimersAndFullLoopsAreRefused) {
     }
     EXPECT_EQ(modes, 32);
   }).join();
-  Info info;
   test::walkAllocationFailures([&](BRAllocatorRef allocator) {
     return makeTimer(info, 0, allocator) ? test::Outcome::kSucceeded : test::Outcome::kOutOfMemory;
   });
