@@ -61,9 +61,11 @@ function(pevrin_library name)
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti> -fno-semantic-interposition -fno-plt)
   # under a sanitizer its runtime is in the program, so that a library has open names
   if(NOT PEVRIN_SANITIZE)
+    set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    set(preempted ${PROJECT_SOURCE_DIR}/cmake/preempted.list)
     target_link_options(${name} PRIVATE
-      -Wl,-z,defs,-z,relro,-z,now,-Bsymbolic-functions,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
-    set_target_properties(${name} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+      -Wl,-z,defs,-z,relro,-z,now,-Bsymbolic-functions,--version-script=${exports},--dynamic-list=${preempted})
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS "${exports};${preempted}")
   endif()
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ${name})

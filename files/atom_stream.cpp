@@ -3,6 +3,7 @@
 // All positions inside a level are relative to the level's start and lie in 0 … rangeLength, so that sums of
 // a checked position and a checked size cannot overflow. readAtom is the one place that believes a file: what
 // it lets pass lies inside the range. A cursor is written only when a move has succeeded.
+#define KIV_ATOM_STREAM_NO_INLINES  // their one definition is here
 #include <kiv/atom_stream.h>
 
 #include <bedra/ref.hpp>

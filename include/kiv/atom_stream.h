@@ -34,6 +34,7 @@
 #define KIV_ATOM_STREAM_H
 
 #include <kiv/byte_stream.h>
+#include <kiv/error.h>
 #include <pevrin/base.h>
 #include <pevrin/block_buffer.h>
 
@@ -115,6 +116,18 @@ PV_EXPORT PVStatus KivAtomStreamInitWithParent(const KivAtomStream *parent, int6
 /* Either out may be NULL. */
 PV_EXPORT PVStatus KivAtomStreamGetCurrentAtomTypeAndDataLength(const KivAtomStream *stream, PVFourCharCode *typeOut,
                                                                 int64_t *dataLengthOut);
+
+#ifndef KIV_ATOM_STREAM_NO_INLINES
+/* The same function for the compiler to put in place, since walks ask it of every atom; its address and calls that are
+ * not inlined are the library's. */
+extern inline __attribute__((gnu_inline)) PVStatus KivAtomStreamGetCurrentAtomTypeAndDataLength(
+    const KivAtomStream *stream, PVFourCharCode *typeOut, int64_t *dataLengthOut) {
+  if (!stream) return KivSignalErrorAt(kPVBaseObjectError_ParamErr, __FILE__, __LINE__, __func__);
+  if (typeOut) *typeOut = stream->currentAtomType;
+  if (dataLengthOut) *dataLengthOut = stream->currentAtomDataLength;
+  return 0;
+}
+#endif
 
 /* The extended type of a 'uuid' atom, 16 bytes; kKivAtomStreamError_NotUUIDAtom for any other, not signalled. */
 PV_EXPORT PVStatus KivAtomStreamGetCurrentAtomUUIDType(const KivAtomStream *stream, uint8_t uuidOut[16]);

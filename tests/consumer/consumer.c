@@ -1,4 +1,5 @@
 /* A C11 program that knows only the installed headers. */
+#include <kiv/base_object.h>
 #include <pevrin/pevrin.h>
 #include <stdio.h>
 #include <string.h>
@@ -8,7 +9,40 @@ static int fail(const char *what) {
   return 1;
 }
 
+/* A class whose table holds the library's standard barrier: the library knows it by its address. */
+static int makeObjectWithBarrier(void) {
+  static const PVBaseClass base = {.version = 2, .notificationBarrier = KivBaseObjectStandardNotificationBarrier};
+  static const PVVTable vtable = {NULL, &base};
+  static const PVClassDescription description = {.className = "ConsumerObject"};
+  PVBaseClassID classID = NULL;
+  PVBaseObjectRef object = NULL;
+  if (KivBaseClassRegisterClass(&description, kKivBaseClassID, kKivBaseClassFlag_OwnRuntimeType, &classID) != 0)
+    return fail("no class");
+  if (PVDerivedObjectCreate(NULL, &vtable, classID, &object) != 0) return fail("no object");
+  if (KivBaseObjectStandardNotificationBarrier(object) != 0) return fail("the object has no barrier");
+  BRRelease(object);
+  return 0;
+}
+
+/* A dictionary that holds objects through the program's own callback records. */
+static int copyDictionaryOfObjects(void) {
+  BRDictionaryKeyCallBacks keys = kBRTypeDictionaryKeyCallBacks;
+  keys.equal = BREqual;
+  keys.hash = BRHash;
+  BRDictionaryValueCallBacks values = kBRTypeDictionaryValueCallBacks;
+  values.equal = BREqual;
+  const void *key = kPVTimeValueKey, *value = kBRBooleanTrue;
+  BRDictionaryRef dictionary = BRDictionaryCreate(NULL, &key, &value, 1, &keys, &values);
+  BRTypeRef copy = BRPropertyListCreateDeepCopy(NULL, dictionary);
+  int status = copy && BREqual(copy, dictionary) ? 0 : fail("no deep copy");
+  BRRelease(copy);
+  BRRelease(dictionary);
+  return status;
+}
+
 int main(void) {
+  if (makeObjectWithBarrier() != 0 || copyDictionaryOfObjects() != 0) return 1;
+
   PVTime half = PVTimeMake(1, 2);
   PVTime sum = PVTimeAdd(half, PVTimeMake(1, 3));
   if (sum.value != 5 || sum.timescale != 6) return fail("1/2 + 1/3 is not 5/6");
