@@ -74,8 +74,9 @@ def main():
         for what, (other, other_spread) in rows.items():
             if what != "Ours":
                 ratio = ours / other
+                aim = AIMS.get((family.split("[")[0], what))
                 print(f"{family:24} {what:34} {ours:12.2f} {other:12.2f} {ratio:7.2f}  "
-                      f"{100 * spread:3.0f}%/{100 * other_spread:.0f}%  {verdict(ratio, AIMS.get((family.split("[")[0], what)))}")
+                      f"{100 * spread:3.0f}%/{100 * other_spread:.0f}%  {verdict(ratio, aim)}")
 
 
 main()

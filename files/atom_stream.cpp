@@ -184,8 +184,9 @@ PVStatus createBlockBuffer(const KivAtomStream& stream, int64_t offset, size_t l
   if (PVStatus status = stream.source.readAndCreateBlockBuffer(&stream.source, stream.rangeStart + offset,
                                                                length, read.out()))
     return status;
-  if (PVBlockBufferGetDataLength(read.get()) < length) return signalError(kKivAtomStreamError_ShortRead);
-  if (PVBlockBufferIsRangeContiguous(read.get(), 0, 0)) {
+  const size_t lengthRead = PVBlockBufferGetDataLength(read.get());
+  if (lengthRead < length) return signalError(kKivAtomStreamError_ShortRead);
+  if (lengthRead == length && PVBlockBufferIsRangeContiguous(read.get(), 0, 0)) {
     *blockBufferOut = read.detach();
     return 0;
   }

@@ -81,9 +81,10 @@ void enterAtom(KivAtomWriter& writer, int64_t headerSize, bool use64BitSize) {
 // The common case: a header of 8 bytes where there is room for it, inside a parent. False, with nothing done,
 // for others.
 inline bool beginInGrowingBlock(KivAtomWriter& writer, PVFourCharCode type) {
+  if (!writer.parent || !writer.parent->inAtom || writer.inAtom) return false;
   pv::GrowingBlock* block = growingBlockOf(writer);
   const uint64_t header = pv::bigEndian(uint64_t{type});  // the size 0, the type
-  if (!block || !writer.parent || writer.inAtom || !block->fits(sizeof header)) return false;
+  if (!block || !block->fits(sizeof header)) return false;
   enterAtom(writer, sizeof header, false);
   block->append(&header, sizeof header);
   return true;
@@ -93,6 +94,8 @@ inline bool beginInGrowingBlock(KivAtomWriter& writer, PVFourCharCode type) {
 [[gnu::noinline]] PVStatus begin(KivAtomWriter& writer, PVFourCharCode type, const uint8_t* extendedType,
                                  bool use64BitSize) {
   if (writer.inAtom) return signalError(kKivAtomWriterError_AlreadyInAtom);
+  // The parent's byte stream may have gone with its atom.
+  if (writer.parent && !writer.parent->inAtom) return signalError(kKivAtomWriterError_NotInAtom);
   if (PVStatus status = openByteStream(writer)) return status;
   uint8_t bytes[kLongestHeaderBytes];
   pv::ByteWriter header(bytes, sizeof bytes);

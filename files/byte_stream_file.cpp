@@ -109,7 +109,9 @@ PVStatus FileStorage::moveWindow(int64_t offset, size_t length) {
   reach = isNear ? std::clamp(2 * reach, kSmallestReach, kLargestReach) : kSmallestReach;
   windowStart = offset;
   windowLength = 0;
-  return readFrom(descriptor.number, offset, std::max(reach, length), window, windowLength);
+  const auto mostBytes = static_cast<uint64_t>(std::numeric_limits<int64_t>::max() - offset);
+  return readFrom(descriptor.number, offset, std::min<uint64_t>(std::max(reach, length), mostBytes), window,
+                  windowLength);
 }
 
 PVStatus FileStorage::readThroughWindow(int64_t offset, size_t length, void* destination, size_t& count) {

@@ -58,7 +58,7 @@ void baseFinalize(BRTypeRef ref) {
   PVBaseObjectRef object = asBaseObject(ref);
   if (!object->vtable) return;
   const PVBaseClass& base = *object->vtable->base;
-  // An object whose registration failed is not known there: the answer does not matter.
+  // An object that could not be registered is not known there: the answer does not matter.
   if (hasStandardBarrier(base))
     PVNotificationCenterUnregisterForBarrierSupport(PVNotificationCenterGetDefaultLocalCenter(), object);
   if (base.finalize) base.finalize(object);
@@ -147,15 +147,15 @@ PVStatus PVDerivedObjectCreate(BRAllocatorRef allocator, const PVVTable* vtable,
     instance = BRRuntimeCreateInstance(allocator, typeID, kFieldBytes + base.derivedStorageSize);
   if (!instance) return pv::signalError(-ENOMEM);
   PVBaseObjectRef object = asBaseObject(instance);
+  object->vtable = vtable;
   object->classID = classID;
   if (hasStandardBarrier(base)) {
     PVNotificationCenterRef center = PVNotificationCenterGetDefaultLocalCenter();
     if (PVStatus status = PVNotificationCenterRegisterForBarrierSupport(center, object)) {
-      BRRelease(object);  // without a VTable yet: the class does not get to finalize it
+      BRRelease(object);
       return pv::signalError(status);
     }
   }
-  object->vtable = vtable;
   *objectOut = object;
   return 0;
 }

@@ -27,6 +27,8 @@ struct Link : BRObject {
   static constexpr const char* className = "KivWeakListenerLink";
 
   br::Ref<const BRString> key;
+  br::Ref<const BRString> name;  // the key's text cannot tell none from one that reads "(null)"
+  const void* object = nullptr;
   br::Ref<const BRWeakReference> listener;  // none when the client passed no listener: refused later
   PVNotificationCallback callback = nullptr;
   uint32_t flags = 0;
@@ -59,6 +61,11 @@ LinkRef createLink(BRTypeRef listener, PVNotificationCallback callback, BRString
   if (!link) return nullptr;
   link->key = createKey(listener, callback, name, object);
   if (!link->key) return nullptr;
+  if (name) {
+    link->name = br::Ref<const BRString>::adopt(BRStringCreateCopy(nullptr, name));
+    if (!link->name) return nullptr;
+  }
+  link->object = object;
   if (listener) {
     link->listener = br::Ref<const BRWeakReference>::adopt(BRWeakReferenceCreate(nullptr, listener));
     if (!link->listener) return nullptr;
@@ -69,10 +76,16 @@ LinkRef createLink(BRTypeRef listener, PVNotificationCallback callback, BRString
   return link;
 }
 
-LinkRef findByKey(BRStringRef key) {
+// Under the lock.
+Link* findInTable(BRStringRef key, BRStringRef name) {
+  return linksByKey.find(BRHash(key), [key, name](const Link& link) {
+    return BREqual(link.key.get(), key) && BREqual(link.name.get(), name);
+  });
+}
+
+LinkRef findByKey(BRStringRef key, BRStringRef name) {
   std::lock_guard guard(linkLock);
-  return LinkRef::retain(
-      linksByKey.find(BRHash(key), [key](const Link& link) { return BREqual(link.key.get(), key); }));
+  return LinkRef::retain(findInTable(key, name));
 }
 
 LinkRef findByNumber(uint64_t number) {
@@ -83,11 +96,9 @@ LinkRef findByNumber(uint64_t number) {
 
 // False when a link with its key is there.
 bool insertLink(Link* link) {
-  BRStringRef key = link->key.get();
-  const uint64_t hash = BRHash(key);
   std::lock_guard guard(linkLock);
-  if (linksByKey.find(hash, [key](const Link& other) { return BREqual(other.key.get(), key); })) return false;
-  linksByKey.insert(link, hash);
+  if (findInTable(link->key.get(), link->name.get())) return false;
+  linksByKey.insert(link, BRHash(link->key.get()));
   linksByNumber.insert(link, link->number);
   BRRetain(link);
   return true;
@@ -97,7 +108,7 @@ bool insertLink(Link* link) {
 void* numberAsListener(const Link* link) { return reinterpret_cast<void*>(link->number); }
 
 // Takes the link out of the tables, unless somebody else has, and its registration away.
-void removeLink(PVNotificationCenterRef center, const LinkRef& link, BRStringRef name, const void* object) {
+void removeLink(PVNotificationCenterRef center, const LinkRef& link) {
   {
     std::lock_guard guard(linkLock);
     const uint64_t number = link->number;
@@ -105,7 +116,7 @@ void removeLink(PVNotificationCenterRef center, const LinkRef& link, BRStringRef
     linksByKey.remove(link.get());
     linksByNumber.remove(link.get());
   }
-  BRNotificationCenterRemoveObserver(center, numberAsListener(link.get()), name, object);
+  BRNotificationCenterRemoveObserver(center, numberAsListener(link.get()), link->name.get(), link->object);
   BRRelease(link.get());
 }
 
@@ -191,10 +202,10 @@ PVStatus KivNotificationCenterAddWeakListener(PVNotificationCenterRef center, BR
                                               const void* object, uint32_t flags, BRWorkQueueRef queue) {
   LinkRef link = createLink(listener, callback, name, object, flags, queue);
   if (!link) return signalError(kPVNotificationCenterError_AllocationFailed);
-  if (LinkRef other = findByKey(link->key.get())) {
+  if (LinkRef other = findByKey(link->key.get(), name)) {
     if (copyListener(*other)) return signalError(kPVNotificationCenterError_ParamErr);
     // The other's listener has gone, and this one was made where it had been.
-    removeLink(center, other, name, object);
+    removeLink(center, other);
   }
   {
     std::lock_guard guard(linkLock);
@@ -217,6 +228,6 @@ PVStatus KivNotificationCenterRemoveWeakListener(PVNotificationCenterRef center,
   if (!listener) return signalError(kPVNotificationCenterError_ListenerRequired);
   auto key = createKey(listener, callback, name, object);
   if (!key) return signalError(kPVNotificationCenterError_AllocationFailed);
-  if (LinkRef link = findByKey(key.get())) removeLink(center, link, name, object);
+  if (LinkRef link = findByKey(key.get(), name)) removeLink(center, link);
   return kPVStatus_Success;
 }

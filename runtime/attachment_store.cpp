@@ -35,7 +35,9 @@ BRTypeRef AttachmentStore::get(BRStringRef key, uint32_t* modeOut) const {
 }
 
 void AttachmentStore::remove(BRStringRef key) {
-  for (auto& attachments : modes_) BRDictionaryRemoveValue(attachments.get(), key);
+  // A key is in one mode only, and may have lived by that entry: it is not looked at again.
+  for (auto& attachments : modes_)
+    if (BRDictionaryRemoveValue(attachments.get(), key)) return;
 }
 
 void AttachmentStore::removeAll() {

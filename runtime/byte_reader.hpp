@@ -5,8 +5,8 @@
 //
 //   pv::ByteReader reader(bytes, length);
 //   const uint32_t count = reader.u32();
-//   pv::ByteReader entries = reader.sub(reader.u16());   // its own bounds; an error in it does not touch
-//   `reader` if (!reader.ok()) return pv::signalError(kShortRecord);
+//   pv::ByteReader entries = reader.sub(reader.u16());   // bounds and an error state of its own
+//   if (!reader.ok()) return pv::signalError(kShortRecord);
 //
 // A declared count is checked before it is believed: `if (!reader.has(count, kEntryBytes)) …`.
 #ifndef PEVRIN_RUNTIME_BYTE_READER_HPP

@@ -71,7 +71,6 @@ bool AtomWalk::step() {
 // Every level is opened on the byte stream, not on its parent's cursor: the end of a truncated one is not its
 // parent's, and only the file's last atom may leave its size open.
 PVStatus AtomWalk::advance(Level& level) {
-  level.followed.reset();
   if (level.opened) return KivAtomStreamAdvanceToNextAtom(&level.stream);
   const uint32_t flags = levels_.size() == 1 ? kKivAtomStreamFlag_AllowZeroSize : 0;
   const PVStatus status = KivAtomStreamInitWithByteStreamWithSize(file_, level.start, level.end - level.start,
@@ -226,27 +225,27 @@ AtomWalk::Header AtomWalk::readHeader(int64_t offset, int64_t end) const {
   return header;
 }
 
-// Looks ahead with a copy of the cursor, for the numbers in paths.
+// Whether another atom of the current type comes on the level, for the numbers in paths. The first question looks
+// ahead to the level's end with a copy of the cursor and counts all types, so that many questions cost no more.
 bool AtomWalk::isFollowed(Level& level) const {
-  if (level.followed) return *level.followed;
-  bool found = false;
-  if (!level.finished) {
+  if (level.finished) return false;
+  if (level.totals.empty()) {
+    level.totals = level.counts;
     KivAtomStream ahead = level.stream;
-    PVStatus status = kPVStatus_Success;
-    while (!found && (status = KivAtomStreamAdvanceToNextAtom(&ahead)) == kPVStatus_Success) {
+    PVStatus status;
+    while ((status = KivAtomStreamAdvanceToNextAtom(&ahead)) == kPVStatus_Success) {
       PVFourCharCode type = 0;
       KivAtomStreamGetCurrentAtomTypeAndDataLength(&ahead, &type, nullptr);
-      found = type == level.type;
+      ++level.totals[type];
     }
     if (status == kKivAtomStreamError_MalformedAtom) {
       int64_t offset = 0, size = 0;
       KivAtomStreamGetCurrentAtomGlobalOffset(&ahead, &offset, &size);
       const Header damaged = readHeader(offset + size, level.end);
-      found = damaged.isTyped() && damaged.type() == level.type;
+      if (damaged.isTyped()) ++level.totals[damaged.type()];
     }
   }
-  level.followed = found;
-  return found;
+  return level.totals[level.type] > level.number;
 }
 
 std::string AtomWalk::pathOf(size_t depth) {

@@ -77,7 +77,7 @@ class AtomWalk {
     std::unordered_map<PVFourCharCode, uint32_t> counts;  // of each type, so far
     PVFourCharCode type = 0;                              // of the current atom
     uint32_t number = 0;                                  // of the current atom among its type
-    std::optional<bool> followed;                         // whether another atom of the type comes
+    std::unordered_map<PVFourCharCode, uint32_t> totals;  // of each type on the level, once it was asked for
     std::optional<Damage> cut;  // what to report unless an inner atom is cut off too
   };
   struct Header;

@@ -153,7 +153,7 @@ PV_EXPORT PVStatus PVBlockBufferAppendBufferReference(PVBlockBufferRef buffer, P
                                                       PVBlockBufferFlags flags);
 
 /* Allocates every missing block, in order, also those of referenced buffers. The first block that cannot be allocated
- * ends it; those allocated before stay.
+ * ends it; those allocated before stay. In a referenced buffer that is still empty there is nothing to allocate.
  * Statuses: BadPointerParameter (null), EmptyBBuf, BlockAllocationFailed. */
 PV_EXPORT PVStatus PVBlockBufferAssureBlockMemory(PVBlockBufferRef buffer);
 

@@ -277,4 +277,17 @@ TEST(AtomWriters, SurviveStreamsThatCannotPatchOrFail) {
   EXPECT_EQ(KivAtomWriterAppendData(&writer, "abc", 3), kKivAtomWriterError_SizeTooLarge);
 }
 
+TEST(AtomWriter, ChildOfAnEndedAtomBeginsNothing) {
+  br::Ref<PVBlockBuffer> buffer;
+  ASSERT_EQ(PVBlockBufferCreateEmpty(nullptr, 0, 0, buffer.out()), 0);
+  KivAtomWriter parent, child;
+  ASSERT_EQ(KivAtomWriterInitWithBlockBuffer(buffer.get(), &parent), 0);
+  ASSERT_EQ(KivAtomWriterBeginAtom(&parent, 1, false), 0);
+  ASSERT_EQ(KivAtomWriterInitWithParent(&parent, &child), 0);
+  ASSERT_EQ(KivAtomWriterEndAtom(&parent), 0);
+  EXPECT_EQ(KivAtomWriterBeginAtom(&child, 2, false), kKivAtomWriterError_NotInAtom);
+  EXPECT_EQ(KivAtomWriterBeginAtom(&child, 2, true), kKivAtomWriterError_NotInAtom);
+  EXPECT_EQ(PVBlockBufferGetDataLength(buffer.get()), 8u);
+}
+
 }  // namespace

@@ -244,6 +244,7 @@ TEST(ByteStreams, OverFilesThatChange) {
   br::Ref<PVBlockBuffer> buffer;
   ASSERT_EQ(KivByteStreamReadAndCreateBlockBuffer(stream.get(), 150000, 10, buffer.out()), 0);
   EXPECT_EQ(bytesOf(buffer.get()), "");
+  EXPECT_EQ(read(stream, INT64_MAX - 10, 8), "");
   file.write(100000, "more");
   EXPECT_EQ(read(stream, 99996, 8), bytes.substr(99996, 4) + "more");
 }

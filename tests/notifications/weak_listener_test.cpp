@@ -94,6 +94,22 @@ TEST(WeakListener, TheSameTwiceIsRefusedAndOtherCallbacksAreOthers) {
   EXPECT_EQ(drop(player.get(), "twice"_br, &object), 0);
 }
 
+TEST(WeakListener, NoNameIsNotTheNameThatReadsLikeIt) {
+  int object = 0;
+  auto player = makePlayer();
+  ASSERT_EQ(add(player.get(), nullptr, &object), 0);
+  EXPECT_EQ(drop(player.get(), "(null)"_br, &object), 0);
+  post("any"_br, &object);
+  EXPECT_EQ(player->calls, 1);
+  ASSERT_EQ(add(player.get(), "(null)"_br, &object), 0);
+  post("(null)"_br, &object);
+  EXPECT_EQ(player->calls, 3);
+  EXPECT_EQ(drop(player.get(), nullptr, &object), 0);
+  EXPECT_EQ(drop(player.get(), "(null)"_br, &object), 0);
+  post("(null)"_br, &object);
+  EXPECT_EQ(player->calls, 3);
+}
+
 TEST(WeakListener, ArgumentsAreCheckedInOrderAfterTheKeyAndNothingIsLeftBehind) {
   int object = 0;
   PlayerRef player = makePlayer();

@@ -225,6 +225,12 @@ class Hostile(CommandTest):
         self.assertEqual(result.json["errors"][-1]["path"], "moov/trak[100000]")
         self.assertLess(result.seconds, 30)
 
+    def test_a_hundred_thousand_damaged_atoms_of_different_types(self):
+        items = b"".join(struct.pack(">II", 9, 0x61000000 + i) + b"x" for i in range(100_000))
+        result = pevrin_measured("inspect", "--json", self.write(atom("ilst", items)))
+        self.assertEqual((result.status, len(result.json["errors"])), (1, 100_000))
+        self.assertLess(result.seconds, 30)
+
     def test_five_gigabytes_with_a_hole(self):
         path = self.write(atom("ftyp", b"qt  ") + atom("mdat", size=5 << 30, large=True))
         with open(path, "r+b") as file:

@@ -29,6 +29,7 @@ constinit ListenerSnapshot* firstRetired = nullptr;
 constinit uint32_t retiredCount = 0;
 constinit uint32_t nextLookCount = kRetiredBeforeLook;
 constinit pthread_key_t recordKey = 0;
+constinit bool hasRecordKey = false;  // without it records could not be given back: every frame is on a stack
 
 long membarrier(int command) { return syscall(SYS_membarrier, command, 0, 0); }
 
@@ -51,6 +52,7 @@ void giveBackRecord(void* record) {
 
 // A record for the calling thread, or null when memory runs out. Under the lock.
 ThreadRecord* takeRecord() {
+  if (!hasRecordKey) return nullptr;
   ThreadRecord* record = firstRecord;
   while (record && record->inUse) record = record->next;
   if (record) {
@@ -87,7 +89,7 @@ bool isRead(const ListenerSnapshot* snapshot) {
 void prepareDeliveries() {
   if (membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0)
     deliveryAttention.fetch_and(~kNeedsFullFences, std::memory_order_relaxed);
-  pthread_key_create(&recordKey, giveBackRecord);
+  hasRecordKey = pthread_key_create(&recordKey, giveBackRecord) == 0;
 }
 
 DeliveryFrame* enterDeliverySlowly(void* roomForFrame) {

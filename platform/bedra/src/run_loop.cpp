@@ -60,8 +60,8 @@ struct BRRunLoopTimer : BRObject {
   }
   std::unique_lock<std::mutex> lockState();
   void setFireDate(BRAbsoluteTime date);
-  // The info to release, or null: asked for when the timer can call no more.
-  const void* takeInfo();
+  // Whether the info is to be released now: asked when the timer can call no more, true once.
+  bool takeInfo() { return std::exchange(ownsInfo, false) && context.release; }
 
   std::atomic<BRRunLoopRef> loop{nullptr};  // retained; changes once, under unattachedLock
   BRRunLoopTimerCallback callback;
@@ -108,7 +108,7 @@ struct BRRunLoop : BRObject {
 // ---- Timers
 
 BRRunLoopTimer::~BRRunLoopTimer() {
-  if (const void* info = takeInfo()) context.release(info);
+  if (takeInfo()) context.release(context.info);
   BRRelease(loop.load(std::memory_order_relaxed));
 }
 
@@ -123,12 +123,6 @@ std::unique_lock<std::mutex> BRRunLoopTimer::lockState() {
 void BRRunLoopTimer::setFireDate(BRAbsoluteTime date) {
   fireDate = date;
   fireNs = timeAfterNs(monotonicNowNs(), date - BRAbsoluteTimeGetCurrent());
-}
-
-const void* BRRunLoopTimer::takeInfo() {
-  if (!ownsInfo || !context.release) return nullptr;
-  ownsInfo = false;
-  return context.info;
 }
 
 // ---- Loops
@@ -180,9 +174,9 @@ bool BRRunLoop::fireFirst(std::unique_lock<std::mutex>& held, ModeMask mode, int
   held.unlock();
   timer->callback(timer, timer->context.info);
   held.lock();
-  const void* info = timer->takeInfo();
+  const bool releasesInfo = timer->takeInfo();
   held.unlock();
-  if (info) timer->context.release(info);
+  if (releasesInfo) timer->context.release(timer->context.info);
   BRRelease(timer);
   held.lock();
   return true;
@@ -345,7 +339,7 @@ void BRRunLoopTimerInvalidate(BRRunLoopTimerRef timer) {
   std::unique_lock held = timer->lockState();
   if (!timer->isValid) return;  // one that is firing lets go of its info afterwards
   timer->isValid = false;
-  const void* info = timer->takeInfo();
+  const bool releasesInfo = timer->takeInfo();
   const bool isListed = timer->modes != 0;
   if (isListed) {
     BRRunLoopRef loop = timer->loop.load(std::memory_order_relaxed);
@@ -354,7 +348,7 @@ void BRRunLoopTimerInvalidate(BRRunLoopTimerRef timer) {
     loop->wake();
   }
   held.unlock();
-  if (info) timer->context.release(info);
+  if (releasesInfo) timer->context.release(timer->context.info);
   if (isListed) BRRelease(timer);
 }
 

@@ -196,11 +196,13 @@ bool BRStringAppendBytes(BRMutableStringRef string, const void* bytes, size_t le
   const size_t utf8Bytes = br::measureAsUTF8(source, encoding);
   if (utf8Bytes == br::kNotExpressible) return false;
   if (encoding == kBRStringEncodingUTF8) return appendText(string, source);
-  char* room = reserveAtEnd(string, utf8Bytes);
+  // The source may lie in the string's own block, which may move.
+  br::TextBuffer converted(BRGetAllocator(string));
+  char* room = converted.reserve(utf8Bytes);
   if (!room) return false;
   br::convertToUTF8(source, encoding, room);
-  commitAtEnd(string, utf8Bytes);
-  return true;
+  converted.commit(utf8Bytes);
+  return appendText(string, converted.text());
 }
 
 bool BRStringAppendCString(BRMutableStringRef string, const char* text, BRStringEncoding encoding) {

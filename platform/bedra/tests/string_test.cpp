@@ -85,6 +85,17 @@ TEST(String, AppendingItselfOrAPartOfItself) {
   }
 }
 
+TEST(String, AppendingItselfReadAsAnotherEncoding) {
+  auto string = MutableString::adopt(BRStringCreateMutable(nullptr, 0));
+  ASSERT_TRUE(BRStringAppendCString(string.get(), "ab", kBRStringEncodingUTF8));
+  for (size_t length = 2; length < 4096; length *= 2) {
+    EXPECT_EQ(BRStringGetLengthBytes(string.get()), length);
+    ASSERT_TRUE(
+        BRStringAppendCString(string.get(), BRStringGetUTF8(string.get()), kBRStringEncodingWesternRoman));
+  }
+  EXPECT_STREQ(BRStringGetUTF8(string.get()) + 4094, "ab");
+}
+
 TEST(String, AppendingIsLinearAndWorksWithoutAReallocateCallback) {
   BRAllocatorContext context{};
   static int requests;

@@ -106,7 +106,9 @@ BRTypeRef IMBufferGetAttachment(IMBufferRef buffer, BRStringRef key, IMAttachmen
 
 void IMBufferRemoveAttachment(IMBufferRef buffer, BRStringRef key) {
   if (!buffer || !key) return;
-  for (auto& attachments : buffer->attachments) BRDictionaryRemoveValue(attachments.get(), key);
+  // A key is in one mode only, and may have lived by that entry: it is not looked at again.
+  for (auto& attachments : buffer->attachments)
+    if (BRDictionaryRemoveValue(attachments.get(), key)) return;
 }
 
 void IMBufferRemoveAllAttachments(IMBufferRef buffer) {

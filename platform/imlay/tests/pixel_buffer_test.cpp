@@ -1,4 +1,6 @@
 #include <bedra/dictionary.h>
+#include <bedra/number.h>
+#include <bedra/string.h>
 #include <gtest/gtest.h>
 #include <imlay/image_buffer.h>
 
@@ -57,6 +59,20 @@ TEST(PixelBuffer, GivesLentBytesBackOnceAndOnlyAfterSuccess) {
   EXPECT_EQ(released, 0);
   picture = nullptr;
   EXPECT_EQ(released, 1);
+}
+
+TEST(PixelBuffer, AttachmentIsRemovedByItsOwnKey) {
+  Picture picture;
+  ASSERT_EQ(IMPixelBufferCreate(nullptr, 1, 1, kBGRA, 4, picture.out()), 0);
+  for (IMAttachmentMode mode : {0u, 1u}) {
+    auto key = br::Ref<const BRString>::adopt(BRStringCreateWithFormat(nullptr, "mode %u", mode));
+    IMBufferSetAttachment(picture.get(), key.get(), kBRBooleanTrue, mode);
+  }
+  const void* key = nullptr;
+  BRDictionaryGetKeysAndValues(IMBufferGetAttachments(picture.get(), 0), &key, nullptr);
+  IMBufferRemoveAttachment(picture.get(), static_cast<BRStringRef>(key));
+  EXPECT_EQ(IMBufferGetAttachment(picture.get(), "mode 0"_br, nullptr), nullptr);
+  EXPECT_EQ(IMBufferGetAttachment(picture.get(), "mode 1"_br, nullptr), kBRBooleanTrue);
 }
 
 TEST(PixelBuffer, AttachmentsHaveOneValueAndOneMode) {
