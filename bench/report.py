@@ -41,7 +41,7 @@ AIMS = {
 
 
 def medians(files):
-    """family -> {row: (median nanoseconds of CPU time, relative spread)}, in the order of the reports."""
+    """family -> {row: (median nanoseconds of CPU time, relative spread)}."""
     times = {}
     for name in files:
         with open(name) as file:
@@ -67,7 +67,7 @@ def verdict(ratio, aim):
 
 def main():
     print(f"{'family':24} {'beside':34} {'ours ns':>12} {'other ns':>12} {'ratio':>7}  spread")
-    for family, rows in medians(sys.argv[1:]).items():
+    for family, rows in sorted(medians(sys.argv[1:]).items()):
         if "Ours" not in rows:
             continue
         ours, spread = rows["Ours"]
