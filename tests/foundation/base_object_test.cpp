@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/support/failing_allocator.hpp"
 
@@ -298,6 +300,18 @@ TEST(ErrorSignallingDeathTest, LogsThePlaceWhenAskedTo) {
         std::exit(0);
       },
       testing::ExitedWithCode(0), "files/atom_stream.cpp:120 readHeader: status -12894");
+}
+
+TEST(ErrorCounterThreads, NoErrorIsLostWhenManySignal) {
+  constexpr int kThreads = 4, kErrors = 20000;
+  const uint64_t before = KivGetErrorCount();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([] {
+      for (int i = 0; i < kErrors; ++i) EXPECT_EQ(KivSignalErrorAt(-12780 - i, nullptr, i, nullptr), -12780 - i);
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(KivGetErrorCount() - before, uint64_t{kThreads} * kErrors);
 }
 
 }  // namespace
