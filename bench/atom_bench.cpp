@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #if HAVE_GSTREAMER
@@ -17,18 +16,14 @@
 #include <gst/base/gstbytewriter.h>
 #endif
 
+#include "bench/second_thread.hpp"
+
 namespace {
 
 constexpr int kAtoms = 1000;
 constexpr uint32_t kType = 0x66726565;  // 'free'
 constexpr uint32_t kUUIDType = 0x75756964;
 constexpr uint32_t kParentType = 0x6D6F6F76;
-
-// The C library leaves out atomics until there was a second thread.
-[[maybe_unused]] const bool threadsStarted = [] {
-  std::thread([] {}).join();
-  return true;
-}();
 
 size_t payloadOf(const benchmark::State& state, int i) {
   return static_cast<size_t>(state.range(0) + i * 7 % 16);

@@ -8,7 +8,6 @@
 #include <numeric>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #if HAVE_ABSL
@@ -18,13 +17,9 @@
 #include <gst/gst.h>
 #endif
 
-namespace {
+#include "bench/second_thread.hpp"
 
-// From here on the C library counts on several threads, as it would in a player.
-const bool threadsStarted = [] {
-  std::thread([] {}).join();
-  return true;
-}();
+namespace {
 
 struct Piece {
   char* data;

@@ -6,7 +6,6 @@
 #include <bedra/ref.hpp>
 
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -14,13 +13,9 @@
 #include <glib.h>
 #endif
 
-namespace {
+#include "bench/second_thread.hpp"
 
-// The C library leaves out atomic work until a process has had a second thread.
-[[maybe_unused]] const bool hadThread = [] {
-  std::thread([] {}).join();
-  return true;
-}();
+namespace {
 
 using String = br::Ref<const BRString>;
 

@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #if HAVE_BOOST
@@ -15,15 +14,11 @@
 #include <glib-object.h>
 #endif
 
+#include "bench/second_thread.hpp"
+
 namespace {
 
 using namespace br::literals;
-
-// The C library leaves out atomic operations until a process has had a second thread.
-const bool hadAThread = [] {
-  std::thread([] {}).join();
-  return true;
-}();
 
 PVNotificationCenterRef center() { return PVNotificationCenterGetDefaultLocalCenter(); }
 

@@ -6,19 +6,14 @@
 
 #include <cstdlib>
 #include <memory>
-#include <thread>
 
 #if HAVE_GLIB
 #include <glib-object.h>
 #endif
 
-namespace {
+#include "bench/second_thread.hpp"
 
-// The C library and shared_ptr leave out atomic work until a process has had a second thread.
-[[maybe_unused]] const bool hadThread = [] {
-  std::thread([] {}).join();
-  return true;
-}();
+namespace {
 
 struct Reel : BRObject {
   static constexpr const char* className = "Reel";

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <random>
-#include <thread>
 
 #if HAVE_ABSL
 #include <absl/time/time.h>
@@ -22,14 +21,13 @@ extern "C" {
 #include <gst/gst.h>
 #endif
 
+#include "bench/second_thread.hpp"
+
 namespace {
 
 constexpr size_t kItems = 1024;
 constexpr int64_t kThreeHours = 3 * 3600;
 constexpr int64_t kSinceEpoch = INT64_C(56) * 365 * 86400;  // a live stream's times, counted from 1970
-
-// The C library skips atomics until the process has had a second thread.
-const bool threaded = [] { return std::thread([] {}).join(), true; }();
 
 template <class T>
 using Items = std::array<T, kItems>;

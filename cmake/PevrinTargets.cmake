@@ -46,7 +46,7 @@ endif()
 
 # pevrin_library(name FOLDERS dir... INCLUDE dir LINK lib...): a shared library of all .cpp files in the folders.
 function(pevrin_library name)
-  cmake_parse_arguments(ARG "" "INCLUDE" "FOLDERS;LINK;PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "" "INCLUDE" "FOLDERS;LINK" ${ARGN})
   set(sources)
   foreach(folder IN LISTS ARG_FOLDERS)
     file(GLOB found CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
@@ -56,7 +56,7 @@ function(pevrin_library name)
   target_include_directories(${name}
     PUBLIC $<BUILD_INTERFACE:${ARG_INCLUDE}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
     PRIVATE ${PROJECT_SOURCE_DIR})
-  target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE $<BUILD_INTERFACE:pevrin_options> ${ARG_PRIVATE})
+  target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE $<BUILD_INTERFACE:pevrin_options>)
   target_compile_options(${name} PRIVATE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti> -fno-semantic-interposition -fno-plt)
   # under a sanitizer its runtime is in the program, so that a library has open names
@@ -86,7 +86,7 @@ function(pevrin_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
 endfunction()
 
-# pevrin_bench(name FOLDER dir LINK lib...): one Google Benchmark program of the named sources.
+# pevrin_bench(name SOURCES file... LINK lib...): one Google Benchmark program of the named sources.
 function(pevrin_bench name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   find_package(benchmark REQUIRED)

@@ -45,8 +45,8 @@ class AtomVisitor {
   ~AtomVisitor() = default;
 };
 
-// Levels that are open wait on a list, not on the call stack, and nothing is read ahead: memory grows with
-// depth alone.
+// Levels that are open wait on a list, not on the call stack, and no atom is kept once it has been shown: memory grows
+// with depth and with the number of different types on a level.
 //
 // An atom that claims more than there is, is shown and entered as far as it goes: a file cut short shows
 // every atom before the cut. Of such a chain the innermost atom is reported, once. Any other damaged header
