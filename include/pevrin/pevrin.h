@@ -7,9 +7,8 @@
 #include <pevrin/base.h>
 #include <pevrin/base_object.h>
 #include <pevrin/block_buffer.h>
+#include <pevrin/format_description.h>
 #include <pevrin/notification_center.h>
-#include <pevrin/time.h>
-#include <pevrin/time_range.h>
 #include <pevrin/time.h>
 #include <pevrin/time_range.h>
 

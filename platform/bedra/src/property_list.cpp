@@ -94,7 +94,32 @@ BRTypeRef Copier::copy(BRTypeRef object, unsigned room, unsigned* levels) const 
   return nullptr;
 }
 
+bool isLeaf(BRTypeID type) {
+  return type == br::kStringTypeID || type == BRNumberGetTypeID() || type == br::kBooleanTypeID ||
+         type == br::kNullTypeID || type == BRDataGetTypeID();
+}
+
+bool isPropertyList(BRTypeRef object, unsigned room) {
+  const BRTypeID type = BRGetTypeID(object);
+  if (isLeaf(type)) return true;
+  if (room == 0) return false;
+  if (auto* array = static_cast<BRArrayRef>(object); type == br::typeID<BRArray>())
+    return array->callbacks->equal == BREqual &&
+           std::all_of(array->values, array->values + array->count,
+                       [&](const void* value) { return isPropertyList(value, room - 1); });
+  if (type != br::typeID<BRDictionary>()) return false;
+  const br::HashTable& table = static_cast<BRDictionaryRef>(object)->table;
+  if (!table.comparesObjects()) return false;
+  for (uint32_t i = 0; i < table.end(); ++i)
+    if (table.isLive(i) &&
+        !(BRGetTypeID(table.key(i)) == br::kStringTypeID && isPropertyList(table.value(i), room - 1)))
+      return false;
+  return true;
+}
+
 }  // namespace
+
+bool BRPropertyListIsValid(BRTypeRef propertyList) { return isPropertyList(propertyList, kMostLevels); }
 
 BRTypeRef BRPropertyListCreateDeepCopy(BRAllocatorRef allocator, BRTypeRef propertyList) {
   unsigned levels = 0;

@@ -113,9 +113,12 @@ TEST(PropertyList, AnythingElseIsRefusedWhereverItStands) {
   for (BRTypeRef bad : {stranger.get(), set.get(), loose.get(), looseDictionary.get(),
                         static_cast<BRTypeRef>(byNumber.get()), static_cast<BRTypeRef>(nullptr)}) {
     EXPECT_EQ(deepCopy(bad).get(), nullptr);
+    EXPECT_FALSE(BRPropertyListIsValid(bad));
     Everything made;
+    EXPECT_TRUE(BRPropertyListIsValid(made.tree.get()));
     BRArrayAppendValue(made.array.get(), bad);
     EXPECT_EQ(deepCopy(made.tree.get()).get(), nullptr);
+    EXPECT_FALSE(BRPropertyListIsValid(made.tree.get()));
   }
 }
 
@@ -130,6 +133,8 @@ TEST(PropertyList, DepthIsBoundedAlsoThroughSharedCopies) {
   EXPECT_TRUE(deepCopy(nested(kBRPropertyListMaximumDepth).get()));
   EXPECT_FALSE(deepCopy(nested(kBRPropertyListMaximumDepth + 1).get()));
   EXPECT_FALSE(deepCopy(nested(20000).get()));
+  EXPECT_TRUE(BRPropertyListIsValid(nested(kBRPropertyListMaximumDepth).get()));
+  EXPECT_FALSE(BRPropertyListIsValid(nested(kBRPropertyListMaximumDepth + 1).get()));
   Object half = deepCopy(nested(300).get());
   EXPECT_TRUE(deepCopy(nested(212, half.get()).get()));
   EXPECT_FALSE(deepCopy(nested(213, half.get()).get()));

@@ -27,6 +27,9 @@ enum { kBRPropertyListMaximumDepth = 512 };
  * whose callbacks do not compare objects), is deeper than kBRPropertyListMaximumDepth, or memory runs out. */
 BR_EXPORT BRTypeRef BRPropertyListCreateDeepCopy(BRAllocatorRef allocator, BRTypeRef propertyList);
 
+/* True when the tree is one that the deep copy takes: tells a copy that was refused from one that ran out of memory. */
+BR_EXPORT bool BRPropertyListIsValid(BRTypeRef propertyList);
+
 BR_END_DECLS
 
 #endif
