@@ -40,49 +40,97 @@ void write(To* out, From value) {
   if (out) *out = value;
 }
 
-}  // namespace
+// The parts. Each leaves its fields alone when it cannot be read to its end.
 
-void readUsabilityBeginning(BitReader& reader, KivVideoUsability& vui) {
-  vui.aspectRatioInfoPresent = reader.flag();
-  if (vui.aspectRatioInfoPresent) {
-    vui.aspectRatioIdc = static_cast<uint8_t>(reader.bits(8));
-    if (vui.aspectRatioIdc == kExtendedSAR) {
-      vui.sarWidth = static_cast<uint16_t>(reader.bits(16));
-      vui.sarHeight = static_cast<uint16_t>(reader.bits(16));
-    }
-  }
-  vui.overscanInfoPresent = reader.flag();
-  if (vui.overscanInfoPresent) vui.overscanAppropriate = reader.flag();
+void readAspectRatio(BitReader& reader, KivVideoUsability& vui) {
+  if (!reader.flag()) return;
+  const uint32_t indicator = reader.bits(8);
+  const bool extended = indicator == kExtendedSAR;
+  const uint32_t width = reader.bits(extended ? 16 : 0);
+  const uint32_t height = reader.bits(extended ? 16 : 0);
+  if (!reader.ok()) return;
+  vui.aspectRatioInfoPresent = true;
+  vui.aspectRatioIdc = static_cast<uint8_t>(indicator);
+  vui.sarWidth = static_cast<uint16_t>(width);
+  vui.sarHeight = static_cast<uint16_t>(height);
+}
+
+void readOverscan(BitReader& reader, KivVideoUsability& vui) {
+  if (!reader.flag()) return;
+  vui.overscanAppropriate = reader.flag();
+  vui.overscanInfoPresent = reader.ok();
+}
+
+void readVideoSignalType(BitReader& reader, KivVideoUsability& vui) {
   vui.videoFormat = kUnspecifiedFormat;
   vui.colourPrimaries = vui.transferCharacteristics = vui.matrixCoefficients = kUnspecified;
-  vui.videoSignalTypePresent = reader.flag();
-  if (vui.videoSignalTypePresent) {
-    vui.videoFormat = static_cast<uint8_t>(reader.bits(3));
-    vui.fullRange = reader.flag();
-    vui.colourDescriptionPresent = reader.flag();
-    if (vui.colourDescriptionPresent) {
-      vui.colourPrimaries = static_cast<uint8_t>(reader.bits(8));
-      vui.transferCharacteristics = static_cast<uint8_t>(reader.bits(8));
-      vui.matrixCoefficients = static_cast<uint8_t>(reader.bits(8));
-    }
-  }
-  vui.chromaLocInfoPresent = reader.flag();
-  if (vui.chromaLocInfoPresent) {
-    vui.chromaSampleLocTypeTopField = reader.ue();
-    vui.chromaSampleLocTypeBottomField = reader.ue();
-  }
+  if (!reader.flag()) return;
+  const uint32_t format = reader.bits(3);
+  const bool fullRange = reader.flag();
+  const bool hasColours = reader.flag();
+  const uint32_t colours = reader.bits(hasColours ? 24 : 0);
+  if (!reader.ok()) return;
+  vui.videoSignalTypePresent = true;
+  vui.videoFormat = static_cast<uint8_t>(format);
+  vui.fullRange = fullRange;
+  vui.colourDescriptionPresent = hasColours;
+  if (!hasColours) return;
+  vui.colourPrimaries = static_cast<uint8_t>(colours >> 16);
+  vui.transferCharacteristics = static_cast<uint8_t>(colours >> 8);
+  vui.matrixCoefficients = static_cast<uint8_t>(colours);
+}
+
+void readChromaLocation(BitReader& reader, KivVideoUsability& vui) {
+  if (!reader.flag()) return;
+  const uint32_t top = reader.ue();
+  const uint32_t bottom = reader.ue();
+  if (!reader.ok()) return;
+  vui.chromaLocInfoPresent = true;
+  vui.chromaSampleLocTypeTopField = top;
+  vui.chromaSampleLocTypeBottomField = bottom;
+}
+
+// Whether a question about the part can be answered.
+PVStatus findPart(bool vuiPresent, const KivVideoUsability& vui, int part, bool partPresent) {
+  if (!vuiPresent) return kKivBridgeError_InvalidParameter;
+  if (vui.lastPartRead < part) return kKivBridgeError_UnreadableData;
+  if (!partPresent) return kKivBridgeError_InvalidParameter;
+  return kPVStatus_Success;
+}
+
+}  // namespace
+
+void endPart(const BitReader& reader, KivVideoUsability& vui, uint8_t part) {
+  if (reader.ok()) vui.lastPartRead = part;
+}
+
+void readUsabilityBeginning(BitReader& reader, KivVideoUsability& vui) {
+  readAspectRatio(reader, vui);
+  endPart(reader, vui, kKivVideoUsabilityPart_AspectRatio);
+  readOverscan(reader, vui);
+  endPart(reader, vui, kKivVideoUsabilityPart_Overscan);
+  readVideoSignalType(reader, vui);
+  endPart(reader, vui, kKivVideoUsabilityPart_VideoSignalType);
+  readChromaLocation(reader, vui);
+  endPart(reader, vui, kKivVideoUsabilityPart_ChromaLocation);
 }
 
 void readTiming(BitReader& reader, KivVideoUsability& vui) {
-  vui.timingInfoPresent = reader.flag();
-  if (!vui.timingInfoPresent) return;
-  vui.numUnitsInTick = reader.bits(32);
-  vui.timeScale = reader.bits(32);
+  const bool present = reader.flag();
+  const uint32_t units = reader.bits(present ? 32 : 0);
+  const uint32_t scale = reader.bits(present ? 32 : 0);
+  endPart(reader, vui, kKivVideoUsabilityPart_Timing);
+  if (!present || !reader.ok()) return;
+  vui.timingInfoPresent = true;
+  vui.numUnitsInTick = units;
+  vui.timeScale = scale;
 }
 
 PVStatus aspectRatio(bool vuiPresent, const KivVideoUsability& vui, uint32_t* horizontalOut,
                      uint32_t* verticalOut) {
-  if (!vuiPresent || !vui.aspectRatioInfoPresent) return signalError(kKivBridgeError_InvalidParameter);
+  if (PVStatus status =
+          findPart(vuiPresent, vui, kKivVideoUsabilityPart_AspectRatio, vui.aspectRatioInfoPresent))
+    return signalError(status);
   if (vui.aspectRatioIdc == kExtendedSAR) {
     write(horizontalOut, vui.sarWidth);
     write(verticalOut, vui.sarHeight);
@@ -95,7 +143,9 @@ PVStatus aspectRatio(bool vuiPresent, const KivVideoUsability& vui, uint32_t* ho
 
 PVStatus colourDescription(bool vuiPresent, const KivVideoUsability& vui, uint32_t* primariesOut,
                            uint32_t* transferOut, uint32_t* matrixOut) {
-  if (!vuiPresent || !vui.colourDescriptionPresent) return signalError(kKivBridgeError_InvalidParameter);
+  if (PVStatus status =
+          findPart(vuiPresent, vui, kKivVideoUsabilityPart_VideoSignalType, vui.colourDescriptionPresent))
+    return signalError(status);
   write(primariesOut, vui.colourPrimaries);
   write(transferOut, vui.transferCharacteristics);
   write(matrixOut, vui.matrixCoefficients);
@@ -103,16 +153,27 @@ PVStatus colourDescription(bool vuiPresent, const KivVideoUsability& vui, uint32
 }
 
 PVStatus fullRange(bool vuiPresent, const KivVideoUsability& vui, bool* fullRangeOut) {
-  if (!vuiPresent) return signalError(kKivBridgeError_InvalidParameter);
+  if (PVStatus status = findPart(vuiPresent, vui, kKivVideoUsabilityPart_VideoSignalType, true))
+    return signalError(status);
   write(fullRangeOut, vui.fullRange);
   return kPVStatus_Success;
 }
 
 PVStatus chromaLocation(bool vuiPresent, const KivVideoUsability& vui, uint32_t* topOut,
                         uint32_t* bottomOut) {
-  if (!vuiPresent || !vui.chromaLocInfoPresent) return signalError(kKivBridgeError_InvalidParameter);
+  if (PVStatus status =
+          findPart(vuiPresent, vui, kKivVideoUsabilityPart_ChromaLocation, vui.chromaLocInfoPresent))
+    return signalError(status);
   write(topOut, vui.chromaSampleLocTypeTopField);
   write(bottomOut, vui.chromaSampleLocTypeBottomField);
+  return kPVStatus_Success;
+}
+
+PVStatus timing(bool vuiPresent, const KivVideoUsability& vui, double* ticksPerSecondOut) {
+  const bool usable = vui.timingInfoPresent && vui.numUnitsInTick != 0 && vui.timeScale != 0;
+  if (PVStatus status = findPart(vuiPresent, vui, kKivVideoUsabilityPart_HRD, usable))
+    return signalError(status);
+  *ticksPerSecondOut = static_cast<double>(vui.timeScale) / vui.numUnitsInTick;
   return kPVStatus_Success;
 }
 

@@ -9,20 +9,28 @@
 
 namespace pv::nal {
 
-// Reads the common beginning; what is not coded gets the value that the standards infer.
+// Reads the common beginning, of a record of zeros; what is not coded gets the value that the standards
+// infer. A part that cannot be read to its end, or stands behind one, counts as not present.
 void readUsabilityBeginning(BitReader& reader, KivVideoUsability& vui);
 
 // num_units_in_tick and time_scale, which follow at a different place in each standard.
 void readTiming(BitReader& reader, KivVideoUsability& vui);
 
-// The questions. Each answers kKivBridgeError_InvalidParameter, signalled, when there is no usability
-// information (vuiPresent false) or not that part of it; a null output is not written.
+// The part was the last one read, unless it could not be.
+void endPart(const BitReader& reader, KivVideoUsability& vui, uint8_t part);
+
+// The questions. Each answers, signalled, kKivBridgeError_InvalidParameter when there is no usability
+// information (vuiPresent false) or not that part of it, and kKivBridgeError_UnreadableData when that part
+// could not be read; a null output is not written.
 PVStatus aspectRatio(bool vuiPresent, const KivVideoUsability& vui, uint32_t* horizontalOut,
                      uint32_t* verticalOut);
 PVStatus colourDescription(bool vuiPresent, const KivVideoUsability& vui, uint32_t* primariesOut,
                            uint32_t* transferOut, uint32_t* matrixOut);
 PVStatus fullRange(bool vuiPresent, const KivVideoUsability& vui, bool* fullRangeOut);
 PVStatus chromaLocation(bool vuiPresent, const KivVideoUsability& vui, uint32_t* topOut, uint32_t* bottomOut);
+// Reads as "not there" when either number is 0. Needs the HRD part too, which the frame rate questions tell.
+// The output is required.
+PVStatus timing(bool vuiPresent, const KivVideoUsability& vui, double* ticksPerSecondOut);
 
 }  // namespace pv::nal
 

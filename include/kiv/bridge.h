@@ -1,12 +1,16 @@
 /* What the H.264 and the HEVC bridge share: their statuses, and the record of video usability information.
  *
- * Video usability information is what a sequence parameter set says of how its pictures are to be shown (ITU-T
- * H.264 Annex E, H.265 Annex E). The two standards begin alike, and this record holds what they share; the values are
- * as coded.
+ * Video usability information is what a sequence parameter set says of how its pictures are to be shown (ITU-T H.264
+ * Annex E, H.265 Annex E). The two standards begin alike, and this record holds what they share; the values are as
+ * coded.
  *
- * Each group has a flag that says whether the stream carries it. Without it the group's other fields are 0, except
- * where
+ * Each part has a flag that says whether the stream carries it. Without it the part's other fields are 0, except where
  * a standard infers something else, which is said below.
+ *
+ * The information stands at the end of its set and is optional, so what cannot be read there costs no more than itself:
+ * when the set ends early or holds a value that is too long, the parts before that place stand as coded, those from it
+ * on count as not present, and lastPartRead tells where it was. Asking for a part behind it is
+ * kKivBridgeError_UnreadableData; the picture's size and every earlier part are answered.
  *
  *   if (sps.vuiPresent && sps.vui.colourDescriptionPresent) printf("primaries %d\n", sps.vui.colourPrimaries); */
 #ifndef KIV_BRIDGE_H
@@ -18,8 +22,7 @@ PV_BEGIN_DECLS
 
 enum {
   /* A bad argument, or what was asked for is not in the stream (no usability information, no aspect ratio ...), or not
-   * in
-   * the configuration record, or the record is malformed. */
+   * in the configuration record, or the record is malformed. */
   kKivBridgeError_InvalidParameter = -12712,
   /* Memory ran out for a configuration record. */
   kKivBridgeError_AllocationFailed = -12713,
@@ -31,7 +34,22 @@ enum {
   kKivBridgeError_NoMemoryForCopy = 12
 };
 
+/* The parts of the information, in the order of the stream. */
+enum {
+  kKivVideoUsabilityPart_None = 0,
+  kKivVideoUsabilityPart_AspectRatio = 1,
+  kKivVideoUsabilityPart_Overscan = 2,
+  kKivVideoUsabilityPart_VideoSignalType = 3,
+  kKivVideoUsabilityPart_ChromaLocation = 4,
+  kKivVideoUsabilityPart_FieldInfo = 5, /* HEVC: from neutral_chroma_indication_flag to the default display window */
+  kKivVideoUsabilityPart_Timing = 6,
+  kKivVideoUsabilityPart_HRD = 7,                 /* H.264: and pic_struct_present_flag */
+  kKivVideoUsabilityPart_BitstreamRestriction = 8 /* H.264: not read */
+};
+
 typedef struct KivVideoUsability {
+  uint8_t lastPartRead; /* one of the above */
+
   /* The sample aspect ratio: an indicator of Table E-1, or 255 and the ratio itself. */
   bool aspectRatioInfoPresent;
   uint8_t aspectRatioIdc;
