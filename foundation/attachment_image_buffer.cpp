@@ -1,8 +1,9 @@
-// Imlay's pixel buffers as bearers of attachments: the buffers keep their own, in the same two modes.
+// Imlay's image buffers as bearers of attachments: the buffers keep their own, in the same two modes.
 #include "foundation/attachment_image_buffer.hpp"
 
 #include <bedra/dictionary.h>
-#include <imlay/image_buffer.h>
+#include <imlay/encoded_image_buffer.h>
+#include <imlay/pixel_buffer.h>
 #include <kiv/attachment.h>
 
 namespace {
@@ -42,6 +43,7 @@ namespace pv {
 
 void registerImageBufferBearer() {
   KivRuntimeRegisterAttachmentBearerWithTypeID(&kCallbacks, IMPixelBufferGetTypeID());
+  KivRuntimeRegisterAttachmentBearerWithTypeID(&kCallbacks, IMEncodedImageBufferGetTypeID());
 }
 
 }  // namespace pv

@@ -1,10 +1,10 @@
-// The bridge that makes Imlay's pixel buffers bearers of attachments.
+// The bridge that makes Imlay's image buffers bearers of attachments.
 #ifndef PEVRIN_FOUNDATION_ATTACHMENT_IMAGE_BUFFER_HPP
 #define PEVRIN_FOUNDATION_ATTACHMENT_IMAGE_BUFFER_HPP
 
 namespace pv {
 
-// Registers pixel buffers; to be called once.
+// Registers both kinds; to be called once.
 void registerImageBufferBearer();
 
 }  // namespace pv

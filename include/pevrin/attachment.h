@@ -2,7 +2,7 @@
  * content is turned into another object.
  *
  * Objects that can bear attachments are those whose type registered for it (<kiv/attachment.h>): block buffers, sample
- * buffers, and the pixel buffers of Imlay. On any other object, and on NULL, setting does nothing and there is nothing
+ * buffers, and the image buffers of Imlay. On any other object, and on NULL, setting does nothing and there is nothing
  * to get. A key has one value and one mode; setting it again replaces both.
  *
  * Bearers of this library hold keys (strings, of which they keep immutable copies) and values retained. They take a

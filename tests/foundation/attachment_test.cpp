@@ -1,6 +1,7 @@
 #include <bedra/dictionary.h>
 #include <gtest/gtest.h>
-#include <imlay/image_buffer.h>
+#include <imlay/encoded_image_buffer.h>
+#include <imlay/pixel_buffer.h>
 #include <kiv/attachment.h>
 #include <kiv/error.h>
 #include <pevrin/block_buffer.h>
@@ -29,6 +30,11 @@ Object makePicture() {
   EXPECT_EQ(IMPixelBufferCreate(nullptr, 1, 1, 32, 4, &picture), 0);
   return Object::adopt(picture);
 }
+Object makeEncodedPicture() {
+  IMEncodedImageBufferRef picture = nullptr;
+  EXPECT_EQ(IMEncodedImageBufferCreate(nullptr, {1, 1}, nullptr, &picture), 0);
+  return Object::adopt(picture);
+}
 Dictionary copyOf(const Object& bearer, PVAttachmentMode mode) {
   return Dictionary::adopt(PVCopyDictionaryOfAttachments(nullptr, bearer.get(), mode));
 }
@@ -37,7 +43,7 @@ Dictionary copyOf(const Object& bearer, PVAttachmentMode mode) {
 class Bearers : public testing::TestWithParam<Object (*)()> {};
 INSTANTIATE_TEST_SUITE_P(Attachments, Bearers,
                          testing::Values(
-                             +[] { return makeBlockBuffer(); }, &makePicture));
+                             +[] { return makeBlockBuffer(); }, &makePicture, &makeEncodedPicture));
 
 TEST_P(Bearers, AKeyHasOneValueAndOneMode) {
   Object bearer = GetParam()();
