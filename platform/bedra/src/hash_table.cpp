@@ -7,6 +7,8 @@
 #include <cstring>
 #include <utility>
 
+#include "src/internal.hpp"
+
 namespace br {
 
 namespace {
@@ -84,13 +86,16 @@ inline Match matchString(BRStringRef string, const void* other) {
 template <class CallBacks>
 bool retainValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void*& value) {
   if (!callbacks.retain || !value) return true;
+  if (callbacks.retain == kBRTypeDictionaryKeyCallBacks.retain && isImmortal(value)) return true;
   value = callbacks.retain(allocator, value);
   return value != nullptr;
 }
 
 template <class CallBacks>
 void releaseValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void* value) {
-  if (callbacks.release && value) callbacks.release(allocator, value);
+  if (!callbacks.release || !value) return;
+  if (callbacks.release == kBRTypeDictionaryKeyCallBacks.release && isImmortal(value)) return;
+  callbacks.release(allocator, value);
 }
 
 }  // namespace

@@ -13,8 +13,8 @@ extern const BRRuntimeClass stringClass;
 extern const BRRuntimeClass booleanClass;
 extern const BRRuntimeClass nullClass;
 
-// Tells every weak reference to the object that it is gone. The object's count is 0; after the call no weak reference
-// reads the object any more.
+// Tells every weak reference to the object that it is gone. The object's count is 0; after the call no weak
+// reference reads the object any more.
 void clearWeakReferences(BRObject* object);
 
 // Spreads numbers that differ in few bits, such as pointers and small integers, over a table.
@@ -24,6 +24,12 @@ inline BRHashCode hashBits(uint64_t bits) {
 }
 
 inline BRHashCode hashPointer(const void* pointer) { return hashBits(reinterpret_cast<uintptr_t>(pointer)); }
+
+// Constants need no counting: who knows that there are many of them looks here before it retains or releases.
+inline bool isImmortal(BRTypeRef object) {
+  return std::atomic_ref(static_cast<BRObject*>(const_cast<void*>(object))->count)
+             .load(std::memory_order_relaxed) == kImmortalCount;
+}
 
 // True when an object made with the wished-for allocator would have the object's own.
 inline bool sameAllocator(BRTypeRef object, BRAllocatorRef allocator) {

@@ -5,6 +5,7 @@
 #include <bedra/ref.hpp>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/failing_allocator.hpp"
@@ -95,6 +96,52 @@ TEST(PropertyList, ACopyOfACopyIsShared) {
   Object larger = deepCopy(around.get());
   EXPECT_EQ(BRArrayGetValueAtIndex(static_cast<BRArrayRef>(larger.get()), 0), copy.get());
   EXPECT_EQ(deepCopy("leaf"_br).get(), "leaf"_br);
+}
+
+TEST(PropertyList, WhatCannotChangeIsShared) {
+  FailingAllocator own;
+  const BRAllocatorRef allocators[] = {nullptr, own};
+  for (BRAllocatorRef used : allocators) {
+    const double number = 2.5;
+    auto word =
+        br::Ref<const BRString>::adopt(BRStringCreateWithCString(used, "word", kBRStringEncodingUTF8));
+    Object bytes = Object::adopt(BRDataCreate(used, "bytes", 5));
+    Object count = Object::adopt(BRNumberCreate(nullptr, kBRNumberTypeFloat64, &number));
+    const void *keys[] = {"a"_br, "b"_br, word.get()}, *leaves[] = {count.get(), bytes.get(), word.get()};
+    Object inner = Object::adopt(BRDictionaryCreate(
+        used, keys, leaves, 3, &kBRCopyStringDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
+    const void* values[] = {"x"_br, inner.get()};
+    Object frozen = Object::adopt(BRArrayCreate(used, values, 2, &kBRTypeArrayCallBacks));
+    EXPECT_EQ(deepCopy(frozen.get(), used).get(), frozen.get());
+    // beside something that may change it still is
+    Array late = mutableArray({"y"_br});
+    const void* mixed[] = {"x"_br, frozen.get(), late.get(), inner.get()};
+    Object outer = Object::adopt(BRArrayCreate(used, mixed, 4, &kBRTypeArrayCallBacks));
+    Object copy = deepCopy(outer.get(), used);
+    ASSERT_TRUE(copy);
+    EXPECT_NE(copy.get(), outer.get());
+    EXPECT_TRUE(BREqual(copy.get(), outer.get()));
+    auto at = [&](size_t i) { return BRArrayGetValueAtIndex(static_cast<BRArrayRef>(copy.get()), i); };
+    EXPECT_EQ(at(1), frozen.get());
+    EXPECT_NE(at(2), late.get());
+    EXPECT_EQ(at(3), inner.get());
+    // of another allocator, or holding without retaining: made anew
+    EXPECT_NE(deepCopy(frozen.get(), used ? nullptr : static_cast<BRAllocatorRef>(own)).get(), frozen.get());
+    const BRArrayCallBacks lent{0, nullptr, nullptr, nullptr, BREqual};
+    Object loose = Object::adopt(BRArrayCreate(used, values, 1, &lent));
+    Object kept = deepCopy(loose.get(), used);
+    EXPECT_TRUE(kept);
+    EXPECT_NE(kept.get(), loose.get());
+  }
+}
+
+TEST(PropertyListThreads, OneTreeMayBeCopiedByMany) {
+  const void* values[] = {"x"_br, "y"_br};
+  Object frozen = Object::adopt(BRArrayCreate(nullptr, values, 2, &kBRTypeArrayCallBacks));
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] { EXPECT_EQ(deepCopy(frozen.get()).get(), frozen.get()); });
+  for (std::thread& thread : threads) thread.join();
 }
 
 struct Stranger : BRObject {

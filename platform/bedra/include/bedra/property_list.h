@@ -18,10 +18,10 @@ BR_BEGIN_DECLS
 /* The most containers within each other, the outermost counted. */
 enum { kBRPropertyListMaximumDepth = 512 };
 
-/* An immutable copy of the tree, equal to it: arrays and dictionaries are made anew with the kBRType… callbacks and the
- * same order, strings and data are copied unless they are immutable already, numbers, booleans and null are shared. A
- * tree that this function made with the same allocator is retained and returned itself. The caller releases the copy
- * and must not change the tree during the call.
+/* An immutable copy of the tree, equal to it and in the same order. What cannot change and is of the same allocator is
+ * shared instead of copied: constants and numbers always, immutable strings and data, and immutable arrays and
+ * dictionaries that hold nothing else; of such a tree the copy is the tree itself, retained. Containers that are made
+ * anew have the kBRType… callbacks. The caller releases the copy and must not change the tree during the call.
  *
  * NULL when the tree holds anything else (another class, a set, NULL, a key that is not a string, an array or dictionary
  * whose callbacks do not compare objects), is deeper than kBRPropertyListMaximumDepth, or memory runs out. */
