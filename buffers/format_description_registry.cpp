@@ -55,10 +55,6 @@ const Entry* findEntry(PVMediaType mediaType) {
   return findIn(chainOf(mediaType).load(std::memory_order_acquire), mediaType);
 }
 
-PVStatus registerOnce(PVMediaType mediaType, const Entry& entry) {
-  return findEntry(mediaType) ? 0 : KivDerivedFormatDescriptionRegister(mediaType, &entry);
-}
-
 PVStatus entryForCreation(PVMediaType mediaType, const Entry** entryOut) {
   *entryOut = findEntry(mediaType);
   if (*entryOut) return 0;
@@ -80,6 +76,8 @@ PVStatus KivDerivedFormatDescriptionRegister(PVMediaType mediaType,
                                              const KivDerivedFormatDescriptionCallbacks* callbacks) {
   if (!callbacks || callbacks->version != 0 || !callbacks->equal)
     return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
+  // Every creation of a built-in kind passes here: without the lock unless it is the first.
+  if (findEntry(mediaType)) return 0;
   registryExists.store(true, std::memory_order_release);
   std::lock_guard guard(additionLock);
   auto& chain = chainOf(mediaType);
@@ -102,5 +100,5 @@ PVStatus KivGenericFormatDescriptionRegisterOnce(void) {
           },
       .copyDebugDescription = nullptr,
       .finalize = nullptr};
-  return registerOnce(kKivMediaType_Generic, kEntry);
+  return KivDerivedFormatDescriptionRegister(kKivMediaType_Generic, &kEntry);
 }

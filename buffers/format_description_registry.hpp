@@ -15,9 +15,6 @@ const Entry* findEntry(PVMediaType mediaType);
 // the generic one. Signals what goes wrong.
 PVStatus entryForCreation(PVMediaType mediaType, const Entry** entryOut);
 
-// Registers an entry unless the media type has one.
-PVStatus registerOnce(PVMediaType mediaType, const Entry& entry);
-
 }  // namespace pv::format
 
 #endif

@@ -1,9 +1,9 @@
 // Descriptions of multiplexed streams: derived storage holds the mux type.
 #include <bedra/string.h>
+#include <kiv/format_description.h>
 
 #include <bedra/ref.hpp>
 
-#include "buffers/format_description_registry.hpp"
 #include "runtime/error.hpp"
 
 namespace {
@@ -28,7 +28,7 @@ constexpr KivDerivedFormatDescriptionCallbacks kEntry{
 }  // namespace
 
 PVStatus KivMuxedFormatDescriptionRegister(void) {
-  return pv::format::registerOnce(kPVMediaType_Muxed, kEntry);
+  return KivDerivedFormatDescriptionRegister(kPVMediaType_Muxed, &kEntry);
 }
 
 PVStatus PVMuxedFormatDescriptionCreate(BRAllocatorRef allocator, PVFourCharCode muxType,

@@ -20,33 +20,19 @@
 
 #include "runtime/four_char_code.hpp"
 #include "tests/support/failing_allocator.hpp"
+#include "tests/support/objects.hpp"
 
 namespace {
 
 using namespace br::literals;
 using namespace pv::literals;
+using test::array;
+using test::Dictionary;
+using test::dictionary;
 using test::Outcome;
 using Description = br::Ref<PVFormatDescription>;
-using Dictionary = br::Ref<BRDictionary>;
 
 constexpr PVMediaType kOwnType = "abcd"_4cc;
-
-struct Pair {
-  BRStringRef key;
-  BRTypeRef value;
-};
-
-Dictionary dictionary(std::initializer_list<Pair> pairs) {
-  auto made = Dictionary::adopt(BRDictionaryCreateMutable(nullptr, 0, &kBRTypeDictionaryKeyCallBacks,
-                                                          &kBRTypeDictionaryValueCallBacks));
-  for (const Pair& pair : pairs) EXPECT_TRUE(BRDictionarySetValue(made.get(), pair.key, pair.value));
-  return made;
-}
-
-br::Ref<const BRArray> array(std::initializer_list<BRTypeRef> values) {
-  return br::Ref<const BRArray>::adopt(
-      BRArrayCreate(nullptr, values.begin(), values.size(), &kBRTypeArrayCallBacks));
-}
 
 Description make(PVMediaType type, PVFourCharCode subType = "sub1"_4cc,
                  BRDictionaryRef extensions = nullptr) {
