@@ -1,24 +1,25 @@
-// Video format descriptions: the entry of their media type.
+// Video format descriptions: the entry of their media type, plain creation, dimensions.
+#include "formats/video_format_description.hpp"
+
 #include <bedra/string.h>
 #include <kiv/format_description.h>
 
 #include <bedra/ref.hpp>
 
+#include "runtime/error.hpp"
+
+using pv::video::Storage;
+
 namespace {
 
-struct VideoStorage {
-  PVFourCharCode codecType;
-  int32_t width;
-  int32_t height;
-};
-
-VideoStorage& storageOf(PVFormatDescriptionRef description) {
-  return *static_cast<VideoStorage*>(KivDerivedFormatDescriptionGetDerivedStorage(description));
+// Of a description whose entry is this one.
+Storage& ownStorageOf(PVFormatDescriptionRef description) {
+  return *static_cast<Storage*>(KivDerivedFormatDescriptionGetDerivedStorage(description));
 }
 
 bool videoEqual(PVFormatDescriptionRef a, PVFormatDescriptionRef b, BRTypeRef keysToIgnore,
                 BRTypeRef atomKeysToIgnore) {
-  const VideoStorage &ours = storageOf(a), &theirs = storageOf(b);
+  const Storage &ours = ownStorageOf(a), &theirs = ownStorageOf(b);
   return ours.codecType == theirs.codecType && ours.width == theirs.width && ours.height == theirs.height &&
          KivFormatDescriptionExtensionsDictionariesEqualIgnoringKeys(PVFormatDescriptionGetExtensions(a),
                                                                      PVFormatDescriptionGetExtensions(b),
@@ -26,7 +27,7 @@ bool videoEqual(PVFormatDescriptionRef a, PVFormatDescriptionRef b, BRTypeRef ke
 }
 
 BRStringRef videoCopyDebugDescription(PVFormatDescriptionRef description) {
-  const VideoStorage& storage = storageOf(description);
+  const Storage& storage = ownStorageOf(description);
   const PVFourCharCode code = storage.codecType;
   auto text = br::Ref<BRString>::adopt(BRStringCreateMutable(nullptr, 0));
   // Small codec types are numbers, not characters.
@@ -40,7 +41,7 @@ BRStringRef videoCopyDebugDescription(PVFormatDescriptionRef description) {
 }
 
 constexpr KivDerivedFormatDescriptionCallbacks kEntry{.version = 0,
-                                                      .derivedStorageSize = sizeof(VideoStorage),
+                                                      .derivedStorageSize = sizeof(Storage),
                                                       .equal = videoEqual,
                                                       .copyDebugDescription = videoCopyDebugDescription,
                                                       .finalize = [](PVFormatDescriptionRef) {}};
@@ -49,4 +50,28 @@ constexpr KivDerivedFormatDescriptionCallbacks kEntry{.version = 0,
 
 PVStatus KivVideoFormatDescriptionRegister(void) {
   return KivDerivedFormatDescriptionRegister(kPVMediaType_Video, &kEntry);
+}
+
+const Storage* pv::video::storageOf(PVFormatDescriptionRef description) {
+  return PVFormatDescriptionGetMediaType(description) == kPVMediaType_Video ? &ownStorageOf(description)
+                                                                            : nullptr;
+}
+
+PVStatus PVVideoFormatDescriptionCreate(BRAllocatorRef allocator, PVVideoCodecType codecType, int32_t width,
+                                        int32_t height, BRDictionaryRef extensions,
+                                        PVVideoFormatDescriptionRef* descriptionOut) {
+  if (descriptionOut) *descriptionOut = nullptr;
+  if (!descriptionOut || codecType == 0) return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
+  if (PVStatus status = KivVideoFormatDescriptionRegister()) return status;
+  if (PVStatus status = KivDerivedFormatDescriptionCreate(allocator, kPVMediaType_Video, codecType,
+                                                          extensions, descriptionOut))
+    return status;
+  ownStorageOf(*descriptionOut) = {codecType, width, height};
+  return 0;
+}
+
+PVVideoDimensions PVVideoFormatDescriptionGetDimensions(PVVideoFormatDescriptionRef description) {
+  if (const Storage* storage = pv::video::storageOf(description)) return {storage->width, storage->height};
+  pv::signalError(kPVFormatDescriptionError_InvalidParameter);
+  return {0, 0};
 }

@@ -11,5 +11,6 @@
 #include <pevrin/notification_center.h>
 #include <pevrin/time.h>
 #include <pevrin/time_range.h>
+#include <pevrin/video_format_description.h>
 
 #endif
