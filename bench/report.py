@@ -30,6 +30,8 @@ AIMS = {
     ("DictFind64Same", "Peer:GHashTable"): 0.5,
     ("DictFind64Equal", "Peer:GHashTable"): 0.5,
     ("DictCreateOne", "Peer:GHashTable"): 0.5,
+    ("FormatCreate0", "Peer:GstCaps"): 0.5,
+    ("FormatCreate8", "Peer:GstCaps"): 0.5,
     ("NotifyPost0", "Peer:g_signal_emit"): 1.0,
     ("NotifyPost1", "Peer:boost::signals2"): 0.6,
     ("NotifyPost10", "Peer:boost::signals2"): 0.35,
