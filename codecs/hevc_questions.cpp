@@ -1,6 +1,4 @@
 // The questions that one parameter set answers. Each parses the whole set.
-#include <bedra/data.h>
-
 #include "codecs/hevc_parameter_sets.hpp"
 #include "codecs/usability.hpp"
 #include "runtime/error.hpp"
@@ -136,6 +134,5 @@ PVStatus KivHEVCBridge_GetPPSSequenceID(const uint8_t* bytes, size_t length, uin
 
 BRDataRef KivHEVCBridge_CopyDataWithEmulationPreventionBytesRemoved(BRAllocatorRef allocator,
                                                                     BRDataRef data) {
-  if (!data) return nullptr;
-  return nal::copyWithoutEmulationBytes(allocator, BRDataGetBytePtr(data), BRDataGetLength(data));
+  return nal::copyWithoutEmulationBytes(allocator, data);
 }

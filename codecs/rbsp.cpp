@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "runtime/error.hpp"
+
 namespace pv::nal {
 
 namespace {
@@ -12,6 +14,16 @@ namespace {
 // True when a word read at the last byte would reach over the end of its page.
 bool endsShortOfPage(const uint8_t* bytes, size_t length) {
   return ((reinterpret_cast<uintptr_t>(bytes + length) + 3) & 0xFFC) < 4;
+}
+
+BRDataRef createCopy(BRAllocatorRef allocator, const uint8_t* bytes, size_t length) {
+  if (length == 0) return BRDataCreate(allocator, nullptr, 0);
+  auto* block = static_cast<uint8_t*>(BRAllocatorAllocate(allocator, length));
+  if (!block) return nullptr;
+  const size_t kept = removeEmulationBytes(bytes, length, block);
+  BRDataRef copy = BRDataCreateWithBytesNoCopy(allocator, block, kept, allocator);
+  if (!copy) BRAllocatorDeallocate(allocator, block);
+  return copy;
 }
 
 }  // namespace
@@ -42,14 +54,11 @@ size_t removeEmulationBytes(const uint8_t* bytes, size_t length, uint8_t* out, s
   return written;
 }
 
-BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, const uint8_t* bytes, size_t length) {
-  if (length == 0) return BRDataCreate(allocator, nullptr, 0);
-  auto* block = static_cast<uint8_t*>(BRAllocatorAllocate(allocator, length));
-  if (!block) return nullptr;
-  const size_t kept = removeEmulationBytes(bytes, length, block);
-  BRDataRef data = BRDataCreateWithBytesNoCopy(allocator, block, kept, allocator);
-  if (!data) BRAllocatorDeallocate(allocator, block);
-  return data;
+BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, BRDataRef data) {
+  const PVStatus status = data ? kKivBridgeError_NoMemoryForCopy : kKivBridgeError_InvalidParameter;
+  BRDataRef copy = data ? createCopy(allocator, BRDataGetBytePtr(data), BRDataGetLength(data)) : nullptr;
+  if (!copy) signalError(status);
+  return copy;
 }
 
 Rbsp::Rbsp(const uint8_t* bytes, size_t length, size_t limit) : bytes_(bytes), length_(length) {

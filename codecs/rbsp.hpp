@@ -4,7 +4,7 @@
 #ifndef PEVRIN_CODECS_RBSP_HPP
 #define PEVRIN_CODECS_RBSP_HPP
 
-#include <bedra/base.h>
+#include <kiv/bridge.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -19,8 +19,8 @@ size_t findEmulationByte(const uint8_t* bytes, size_t length, size_t from);
 // how many bytes there are then. out has room for length bytes. stopAt: stops early with that many bytes.
 size_t removeEmulationBytes(const uint8_t* bytes, size_t length, uint8_t* out, size_t stopAt = SIZE_MAX);
 
-// The new data object, owned by the caller; null when memory runs out.
-BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, const uint8_t* bytes, size_t length);
+// The new data object, owned by the caller; null, signalled, for null or when memory runs out.
+BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, BRDataRef data);
 
 // A unit's payload for as long as it is parsed: in place when nothing is to be removed, else a copy, on the
 // stack when the unit is of a parameter set's usual size.
@@ -32,7 +32,7 @@ class Rbsp {
   Rbsp(const Rbsp&) = delete;
   Rbsp& operator=(const Rbsp&) = delete;
 
-  // False when memory ran out for the copy: the status is then kNoMemoryForRbsp.
+  // False when memory ran out for the copy: the status is then kKivBridgeError_NoMemoryForCopy.
   bool ok() const { return bytes_ != nullptr; }
   const uint8_t* bytes() const { return bytes_; }
   size_t length() const { return length_; }

@@ -14,6 +14,7 @@
 #ifndef PEVRIN_RUNTIME_BIT_READER_HPP
 #define PEVRIN_RUNTIME_BIT_READER_HPP
 
+#include <algorithm>
 #include <bit>
 
 #include "runtime/byte_reader.hpp"
@@ -32,6 +33,8 @@ class BitReader {
 
   // False from the first read past the end, or of a code that is too long, on.
   bool ok() const { return !failed_; }
+  // Whether it was the end that the reader failed at.
+  bool ranOut() const { return ranOut_; }
   void fail() {
     failed_ = true;
     next_ = end_;
@@ -50,7 +53,7 @@ class BitReader {
   }
   bool flag() { return bits(1) != 0; }
   void skip(size_t count) {
-    if (count > bitsLeft()) return fail();
+    if (count > bitsLeft()) return runOut();
     for (; count > 32; count -= 32) bits(32);
     bits(static_cast<uint32_t>(count));
   }
@@ -66,6 +69,13 @@ class BitReader {
     drop(2 * zeros + 1);
     return value;
   }
+  // A code whose value must not be above most.
+  uint32_t ueUpTo(uint32_t most) {
+    const uint32_t value = ue();
+    if (value <= most) return value;
+    fail();
+    return 0;
+  }
   // A signed code.
   template <uint32_t longest = kShortCode>
   int32_t se() {
@@ -77,6 +87,10 @@ class BitReader {
     size_t zeros = 0;
     while (ok() && !flag()) ++zeros;
     skip(zeros);
+  }
+
+  void skipCodes(uint32_t count) {
+    for (; count > 0 && ok(); --count) skipCode();
   }
 
   // Whether more than the stop bit and its zeros is left (more_rbsp_data, H.264 7.2).
@@ -93,8 +107,12 @@ class BitReader {
   bool need(uint32_t count) {
     if (valid_ < count) refill();
     if (valid_ >= count) return true;
-    fail();
+    runOut();
     return false;
+  }
+  void runOut() {
+    ranOut_ |= !failed_;
+    fail();
   }
   // Fewer than valid_.
   void drop(uint32_t count) {
@@ -116,7 +134,7 @@ class BitReader {
     refill();
     const auto zeros = static_cast<uint32_t>(std::countl_zero(cache_));
     if (zeros >= valid_ || zeros > longest) {
-      fail();
+      std::min(zeros, valid_) > longest ? fail() : runOut();
       return 0;
     }
     bits(zeros);
@@ -129,6 +147,7 @@ class BitReader {
   uint64_t cache_ = 0;
   uint32_t valid_ = 0;
   bool failed_ = false;
+  bool ranOut_ = false;
 };
 
 }  // namespace pv

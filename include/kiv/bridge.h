@@ -8,9 +8,10 @@
  * a standard infers something else, which is said below.
  *
  * The information stands at the end of its set and is optional, so what cannot be read there costs no more than itself:
- * when the set ends early or holds a value that is too long, the parts before that place stand as coded, those from it
- * on count as not present, and lastPartRead tells where it was. Asking for a part behind it is
- * kKivBridgeError_UnreadableData; the picture's size and every earlier part are answered.
+ * when it breaks off, the parts before that place stand as coded, those from it on count as not present, and
+ * lastPartRead tells where it was. Asking for a part behind it is kKivBridgeError_UnreadableData; the picture's size
+ * and every earlier part are answered. It breaks off at a value that is too long or implausible; in HEVC also where the
+ * set ends too early.
  *
  *   if (sps.vuiPresent && sps.vui.colourDescriptionPresent) printf("primaries %d\n", sps.vui.colourPrimaries); */
 #ifndef KIV_BRIDGE_H
