@@ -293,7 +293,10 @@ bool hevcbridge_PullParamSetSPS(BitReader& reader, KivHEVCParsedSPS& sps) {
   pullCodingTools(reader, sps);
   sps.vuiPresent = reader.flag();
   if (!reader.ok()) return false;
-  if (sps.vuiPresent) pullUsability(reader, sps);
+  if (sps.vuiPresent)
+    pullUsability(reader, sps);
+  else
+    nal::inferUsability(sps.vui);
   return true;
 }
 

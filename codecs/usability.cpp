@@ -62,8 +62,6 @@ void readOverscan(BitReader& reader, KivVideoUsability& vui) {
 }
 
 void readVideoSignalType(BitReader& reader, KivVideoUsability& vui) {
-  vui.videoFormat = kUnspecifiedFormat;
-  vui.colourPrimaries = vui.transferCharacteristics = vui.matrixCoefficients = kUnspecified;
   if (!reader.flag()) return;
   const uint32_t format = reader.bits(3);
   const bool fullRange = reader.flag();
@@ -104,7 +102,14 @@ void endPart(const BitReader& reader, KivVideoUsability& vui, uint8_t part) {
   if (reader.ok()) vui.lastPartRead = part;
 }
 
+void inferUsability(KivVideoUsability& vui) {
+  vui = {};
+  vui.videoFormat = kUnspecifiedFormat;
+  vui.colourPrimaries = vui.transferCharacteristics = vui.matrixCoefficients = kUnspecified;
+}
+
 void readUsabilityBeginning(BitReader& reader, KivVideoUsability& vui) {
+  inferUsability(vui);
   readAspectRatio(reader, vui);
   endPart(reader, vui, kKivVideoUsabilityPart_AspectRatio);
   readOverscan(reader, vui);

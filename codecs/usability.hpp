@@ -9,8 +9,11 @@
 
 namespace pv::nal {
 
-// Reads the common beginning, of a record of zeros; what is not coded gets the value that the standards
-// infer. A part that cannot be read to its end, or stands behind one, counts as not present.
+// What the standards infer of a set without usability information.
+void inferUsability(KivVideoUsability& vui);
+
+// Reads the common beginning; what is not coded gets the value that the standards infer. A part that cannot
+// be read to its end, or stands behind one, counts as not present.
 void readUsabilityBeginning(BitReader& reader, KivVideoUsability& vui);
 
 // num_units_in_tick and time_scale, which follow at a different place in each standard.
