@@ -8,8 +8,6 @@ namespace {
 
 using br::HashTable;
 
-const void* retainObject(BRAllocatorRef, const void* object) { return BRRetain(object); }
-void releaseObject(BRAllocatorRef, const void* object) { BRRelease(object); }
 const void* copyString(BRAllocatorRef allocator, const void* string) {
   return BRStringCreateCopy(allocator, static_cast<BRStringRef>(string));
 }
@@ -18,13 +16,16 @@ BRAllocatorRef allocatorOf(BRDictionaryRef dictionary) { return BRGetAllocator(d
 
 }  // namespace
 
+const void* br::retainObject(BRAllocatorRef, const void* object) { return BRRetain(object); }
+void br::releaseObject(BRAllocatorRef, const void* object) { BRRelease(object); }
+
 extern "C" {
 constinit const BRDictionaryKeyCallBacks kBRTypeDictionaryKeyCallBacks = {
-    0, retainObject, releaseObject, BRCopyDescription, BREqual, BRHash};
+    0, br::retainObject, br::releaseObject, BRCopyDescription, BREqual, BRHash};
 constinit const BRDictionaryKeyCallBacks kBRCopyStringDictionaryKeyCallBacks = {
-    0, copyString, releaseObject, BRCopyDescription, BREqual, BRHash};
-constinit const BRDictionaryValueCallBacks kBRTypeDictionaryValueCallBacks = {0, retainObject, releaseObject,
-                                                                              BRCopyDescription, BREqual};
+    0, copyString, br::releaseObject, BRCopyDescription, BREqual, BRHash};
+constinit const BRDictionaryValueCallBacks kBRTypeDictionaryValueCallBacks = {
+    0, br::retainObject, br::releaseObject, BRCopyDescription, BREqual};
 }
 
 BRStringRef BRDictionary::copyDescription() const {

@@ -86,7 +86,10 @@ inline Match matchString(BRStringRef string, const void* other) {
 template <class CallBacks>
 bool retainValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void*& value) {
   if (!callbacks.retain || !value) return true;
-  if (callbacks.retain == kBRTypeDictionaryKeyCallBacks.retain && isImmortal(value)) return true;
+  if (callbacks.retain == retainObject) {
+    if (!isImmortal(value)) countOf(value).fetch_add(1, std::memory_order_relaxed);
+    return true;
+  }
   value = callbacks.retain(allocator, value);
   return value != nullptr;
 }
@@ -94,8 +97,10 @@ bool retainValue(const CallBacks& callbacks, BRAllocatorRef allocator, const voi
 template <class CallBacks>
 void releaseValue(const CallBacks& callbacks, BRAllocatorRef allocator, const void* value) {
   if (!callbacks.release || !value) return;
-  if (callbacks.release == kBRTypeDictionaryKeyCallBacks.release && isImmortal(value)) return;
-  callbacks.release(allocator, value);
+  if (callbacks.release != releaseObject)
+    callbacks.release(allocator, value);
+  else if (!isImmortal(value))
+    BRRelease(value);
 }
 
 }  // namespace

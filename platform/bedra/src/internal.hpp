@@ -25,11 +25,16 @@ inline BRHashCode hashBits(uint64_t bits) {
 
 inline BRHashCode hashPointer(const void* pointer) { return hashBits(reinterpret_cast<uintptr_t>(pointer)); }
 
-// Constants need no counting: who knows that there are many of them looks here before it retains or releases.
-inline bool isImmortal(BRTypeRef object) {
-  return std::atomic_ref(static_cast<BRObject*>(const_cast<void*>(object))->count)
-             .load(std::memory_order_relaxed) == kImmortalCount;
+inline std::atomic_ref<uint32_t> countOf(BRTypeRef object) {
+  return std::atomic_ref(static_cast<BRObject*>(const_cast<void*>(object))->count);
 }
+inline bool isImmortal(BRTypeRef object) {
+  return countOf(object).load(std::memory_order_relaxed) == kImmortalCount;
+}
+
+// What the kBRType… callbacks of dictionaries do. Tables that find these in their records do it themselves.
+const void* retainObject(BRAllocatorRef, const void* object);
+void releaseObject(BRAllocatorRef, const void* object);
 
 // True when an object made with the wished-for allocator would have the object's own.
 inline bool sameAllocator(BRTypeRef object, BRAllocatorRef allocator) {
