@@ -2,6 +2,7 @@
 #ifndef PEVRIN_FORMATS_VIDEO_FORMAT_DESCRIPTION_HPP
 #define PEVRIN_FORMATS_VIDEO_FORMAT_DESCRIPTION_HPP
 
+#include <bedra/data.h>
 #include <pevrin/video_format_description.h>
 
 #include <span>
@@ -20,6 +21,12 @@ const Storage* storageOf(PVFormatDescriptionRef description);
 
 // The keys that image buffers and video descriptions share, in their fixed order.
 std::span<const BRStringRef* const> keysCommonWithImageBuffers();
+
+// The first payload of an atom among the extensions; null when there is none that is data.
+BRDataRef firstAtom(BRDictionaryRef extensions, BRStringRef atomKey);
+
+// True for the codec types whose parameter sets are known.
+bool hasParameterSets(PVVideoCodecType codecType);
 
 }  // namespace pv::video
 

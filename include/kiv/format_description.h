@@ -1,8 +1,8 @@
 /* Format descriptions, for the implementers of media types.
  *
- * A media type that adds something of its own to a description registers an entry, once: how many bytes it adds, and how
- * they are compared, described and given up. Its creating function then makes the common object, and fills the bytes in
- * before it hands the description out; from then on nothing changes them.
+ * A media type that adds something of its own to a description registers an entry, once: how many bytes it adds, and
+ * how they are compared, described and given up. Its creating function then makes the common object, and fills the
+ * bytes in before it hands the description out; from then on nothing changes them.
  *
  *   static bool reelEqual(PVFormatDescriptionRef a, PVFormatDescriptionRef b, BRTypeRef keys, BRTypeRef atoms);
  *   static const KivDerivedFormatDescriptionCallbacks entry = {0, sizeof(Reel), reelEqual, NULL, NULL};
@@ -58,8 +58,8 @@ PV_EXPORT PVStatus KivDerivedFormatDescriptionCreate(BRAllocatorRef allocator, P
 PV_EXPORT void *KivDerivedFormatDescriptionGetDerivedStorage(PVFormatDescriptionRef description);
 
 /* Whether two extension dictionaries are equal, by the rules of PVFormatDescriptionEqualIgnoringExtensionKeys: what the
- * equal callbacks compare extensions with. Both must hold objects. Two NULLs are equal; NULL and an empty dictionary are
- * equal only when something is to be ignored. Needs no memory. */
+ * equal callbacks compare extensions with. Both must hold objects. Two NULLs are equal; NULL and an empty dictionary
+ * are equal only when something is to be ignored. Needs no memory. */
 PV_EXPORT bool KivFormatDescriptionExtensionsDictionariesEqualIgnoringKeys(BRDictionaryRef extensionsA,
                                                                            BRDictionaryRef extensionsB,
                                                                            BRTypeRef extensionKeysToIgnore,

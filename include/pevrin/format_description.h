@@ -2,8 +2,8 @@
  *
  * A description is a media type ('vide', 'soun' ...), a media subtype ('avc1', 'lpcm' ...), a dictionary of extensions
  * or none, and what the media type adds of its own: a size in pixels, an audio record. The specialisations have headers
- * of their own (<pevrin/video_format_description.h>); every function here works on all of them. A media type that has no
- * specialisation is described by type, subtype and extensions alone.
+ * of their own (<pevrin/video_format_description.h>); every function here works on all of them. A media type that has
+ * no specialisation is described by type, subtype and extensions alone.
  *
  * Who owns what: a description keeps a deep immutable copy of the extensions it is created with (an immutable property
  * list, <bedra/property_list.h>, of the same allocator is shared, not copied). Whatever a getter returns is lent by the
@@ -79,8 +79,8 @@ PV_EXPORT BRDictionaryRef PVFormatDescriptionGetExtensions(PVFormatDescriptionRe
 /* One extension, borrowed; NULL when it is not there, and for NULL. */
 PV_EXPORT BRTypeRef PVFormatDescriptionGetExtension(PVFormatDescriptionRef description, BRStringRef key);
 
-/* True when media types, subtypes, what the media type adds, and the extensions are equal. Two NULLs are equal, NULL and
- * a description are not. BREqual answers the same. */
+/* True when media types, subtypes, what the media type adds, and the extensions are equal. Two NULLs are equal, NULL
+ * and a description are not. BREqual answers the same. */
 PV_EXPORT bool PVFormatDescriptionEqual(PVFormatDescriptionRef a, PVFormatDescriptionRef b);
 
 /* The same, but some extensions are passed over: those under extensionKeysToIgnore, and within the dictionary of

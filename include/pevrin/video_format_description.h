@@ -1,16 +1,16 @@
 /* Video format descriptions: codec or pixel format, size, and how the picture is to be shown.
  *
- * A video description is a format description (<pevrin/format_description.h>) of media type 'vide'. Its media subtype is
- * the codec type ('avc1'), or the pixel format of uncompressed frames ('BGRA'), and it adds width and height in pixels.
- * Aspect, aperture, colour and the codec's own settings are extensions; the keys below are mostly those that image
- * buffers bear as attachments (<imlay/image_buffer_keys.h>).
+ * A video description is a format description (<pevrin/format_description.h>) of media type 'vide'. Its media subtype
+ * is the codec type ('avc1'), or the pixel format of uncompressed frames ('BGRA'), and it adds width and height in
+ * pixels. Aspect, aperture, colour and the codec's own settings are extensions; the keys below are mostly those that
+ * image buffers bear as attachments (<imlay/image_buffer_keys.h>).
  *
- * Who owns what, and threads: as for all format descriptions. Creating functions write NULL when they fail; getters that
- * are given NULL, or a description of another media type, signal kPVFormatDescriptionError_InvalidParameter and answer
- * with zeros.
+ * Who owns what, and threads: as for all format descriptions. Creating functions write NULL when they fail; getters
+ * that are given NULL, or a description of another media type, signal kPVFormatDescriptionError_InvalidParameter and
+ * answer with zeros.
  *
  *   PVFormatDescriptionRef video;
- *   PVStatus status = PVVideoFormatDescriptionCreate(NULL, kPVVideoCodecType_H264, 1920, 1080, extensions, &video);
+ *   PVStatus status = PVVideoFormatDescriptionCreateFromH264ParameterSets(NULL, 2, sets, sizes, 4, &video);
  *   if (status == 0) {
  *     GRSize size = PVVideoFormatDescriptionGetPresentationDimensions(video, true, true);
  *     openWindow(size.width, size.height);
@@ -51,18 +51,42 @@ PV_EXPORT PVStatus PVVideoFormatDescriptionCreate(BRAllocatorRef allocator, PVVi
 /* Creates the description of the pixels of an image buffer: its pixel format as the codec type, its size, and as
  * extensions BytesPerRow, Version (2) and those of its attachments, of either mode, whose keys
  * PVVideoFormatDescriptionGetExtensionKeysCommonWithImageBuffers lists.
- * Statuses: InvalidParameter (imageBuffer or descriptionOut null; a pixel format of 0, as which every image buffer counts
- * that is no pixel buffer; sizes or bytes per row above INT32_MAX; an attachment that is no property list);
+ * Statuses: InvalidParameter (imageBuffer or descriptionOut null; a pixel format of 0, as which every image buffer
+ * counts that is no pixel buffer; sizes or bytes per row above INT32_MAX; an attachment that is no property list);
  * AllocationFailed. */
 PV_EXPORT PVStatus PVVideoFormatDescriptionCreateForImageBuffer(BRAllocatorRef allocator, IMImageBufferRef imageBuffer,
                                                                 PVVideoFormatDescriptionRef *descriptionOut);
 
+/* Creates the description of an H.264 stream: codec type 'avc1', the size that its sequence parameter sets give, the
+ * sets in an 'avcC' atom among the extensions, and what the first sequence parameter set says of colour, range, chroma
+ * location, pixel aspect and fields. A set is a NAL unit from its header byte on, without start code or length; sets
+ * may come in any order, at least one sequence and one picture parameter set. NALUnitHeaderLength (1, 2 or 4) is how
+ * many bytes of length will stand before each NAL unit of the samples.
+ * Statuses: InvalidParameter (descriptionOut null; the sequence parameter sets differ in size, or one does not tell
+ * it); -12712 (sets or length no such), -12713 (memory ran out), -12714 (a set that cannot be read), see
+ * <kiv/bridge.h>; AllocationFailed. */
+PV_EXPORT PVStatus PVVideoFormatDescriptionCreateFromH264ParameterSets(
+    BRAllocatorRef allocator, size_t parameterSetCount, const uint8_t *const *parameterSetPointers,
+    const size_t *parameterSetSizes, int32_t NALUnitHeaderLength, PVVideoFormatDescriptionRef *descriptionOut);
+
+/* A parameter set of a description that has an 'avcC' atom: sequence parameter sets first, then picture parameter sets,
+ * then extensions of sequence parameter sets. *parameterSetPointerOut is lent by the description. Each output may be
+ * NULL; the count and the header length alone can be asked for with any index. On failure all are NULL and 0.
+ * Statuses: InvalidParameter (no format description; no such atom in it); -12712 (the atom is malformed; with a pointer
+ * or a size asked for, no such index). */
+PV_EXPORT PVStatus PVVideoFormatDescriptionGetH264ParameterSetAtIndex(PVVideoFormatDescriptionRef description,
+                                                                      size_t parameterSetIndex,
+                                                                      const uint8_t **parameterSetPointerOut,
+                                                                      size_t *parameterSetSizeOut,
+                                                                      size_t *parameterSetCountOut,
+                                                                      int32_t *NALUnitHeaderLengthOut);
+
 /* Width and height as they are encoded. */
 PV_EXPORT PVVideoDimensions PVVideoFormatDescriptionGetDimensions(PVVideoFormatDescriptionRef description);
 
-/* The clean aperture: the part of the picture that is free of edge effects, in pixels, from the top left corner or, with
- * originIsAtTopLeft false, from the bottom left one upwards. The whole picture when there is no such extension, or its
- * numbers do not describe a part of the picture. Only the plain numbers are read, not their rational forms. */
+/* The clean aperture: the part of the picture that is free of edge effects, in pixels, from the top left corner or,
+ * with originIsAtTopLeft false, from the bottom left one upwards. The whole picture when there is no such extension, or
+ * its numbers do not describe a part of the picture. Only the plain numbers are read, not their rational forms. */
 PV_EXPORT GRRect PVVideoFormatDescriptionGetCleanAperture(PVVideoFormatDescriptionRef description,
                                                           bool originIsAtTopLeft);
 
@@ -71,23 +95,23 @@ PV_EXPORT GRRect PVVideoFormatDescriptionGetCleanAperture(PVVideoFormatDescripti
 PV_EXPORT GRSize PVVideoFormatDescriptionGetPresentationDimensions(PVVideoFormatDescriptionRef description,
                                                                    bool usePixelAspectRatio, bool useCleanAperture);
 
-/* Whether a description fits an image buffer: media subtype and pixel format, the sizes, bytes per row if the description
- * has them, and under every key of the list below either equal values or none on both sides. An image buffer that is no
- * pixel buffer counts with pixel format 0 and its encoded size, rounded. False, and InvalidParameter signalled, when
- * either is NULL. */
+/* Whether a description fits an image buffer: media subtype and pixel format, the sizes, bytes per row if the
+ * description has them, and under every key of the list below either equal values or none on both sides. An image
+ * buffer that is no pixel buffer counts with pixel format 0 and its encoded size, rounded. False, and InvalidParameter
+ * signalled, when either is NULL. */
 PV_EXPORT bool PVVideoFormatDescriptionMatchesImageBuffer(PVVideoFormatDescriptionRef description,
                                                           IMImageBufferRef imageBuffer);
 
-/* The 11 extension keys that are keys of attachments of image buffers as well; an array of strings that lives as long as
- * the process, borrowed: CleanAperture, FieldCount, FieldDetail, PixelAspectRatio, ColorPrimaries, TransferFunction,
+/* The 11 extension keys that are keys of attachments of image buffers as well; an array of strings that lives as long
+ * as the process, borrowed: CleanAperture, FieldCount, FieldDetail, PixelAspectRatio, ColorPrimaries, TransferFunction,
  * GammaLevel, YCbCrMatrix, ICCProfile, ChromaLocationTopField, ChromaLocationBottomField. NULL, and AllocationFailed
  * signalled, when memory runs out. */
 PV_EXPORT BRArrayRef PVVideoFormatDescriptionGetExtensionKeysCommonWithImageBuffers(void);
 
 /* Extension keys and their values. */
 
-/* A dictionary with the four keys that follow, or their rational forms: arrays of numerator and denominator. The offsets
- * are those of the aperture's centre from the picture's, to the right and down. */
+/* A dictionary with the four keys that follow, or their rational forms: arrays of numerator and denominator. The
+ * offsets are those of the aperture's centre from the picture's, to the right and down. */
 PV_EXPORT extern const BRStringRef kPVFormatDescriptionExtension_CleanAperture;
 PV_EXPORT extern const BRStringRef kPVFormatDescriptionKey_CleanApertureWidth;
 PV_EXPORT extern const BRStringRef kPVFormatDescriptionKey_CleanApertureHeight;

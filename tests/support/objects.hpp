@@ -35,7 +35,7 @@ inline Array array(std::initializer_list<BRTypeRef> values) {
   return Array::adopt(BRArrayCreate(nullptr, values.begin(), values.size(), &kBRTypeArrayCallBacks));
 }
 
-inline Data data(std::span<const uint8_t> bytes) {
+inline Data dataOf(std::span<const uint8_t> bytes) {
   return Data::adopt(BRDataCreate(nullptr, bytes.data(), bytes.size()));
 }
 

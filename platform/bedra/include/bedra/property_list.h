@@ -23,8 +23,9 @@ enum { kBRPropertyListMaximumDepth = 512 };
  * dictionaries that hold nothing else; of such a tree the copy is the tree itself, retained. Containers that are made
  * anew have the kBRType… callbacks. The caller releases the copy and must not change the tree during the call.
  *
- * NULL when the tree holds anything else (another class, a set, NULL, a key that is not a string, an array or dictionary
- * whose callbacks do not compare objects), is deeper than kBRPropertyListMaximumDepth, or memory runs out. */
+ * NULL when the tree holds anything else (another class, a set, NULL, a key that is not a string, an array or
+ * dictionary whose callbacks do not compare objects), is deeper than kBRPropertyListMaximumDepth, or memory runs
+ * out. */
 BR_EXPORT BRTypeRef BRPropertyListCreateDeepCopy(BRAllocatorRef allocator, BRTypeRef propertyList);
 
 /* True when the tree is one that the deep copy takes: tells a copy that was refused from one that ran out of memory. */

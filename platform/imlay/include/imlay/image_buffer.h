@@ -4,8 +4,8 @@
  * (<imlay/encoded_image_buffer.h>). BRGetTypeID tells which. Functions here take either kind.
  *
  * Attachments hang on a buffer by key (a string, kept as an immutable copy), each with a value (any object, retained)
- * and a mode that says whether it goes along to a buffer made from this one. A key has one value and one mode. Keys that
- * say how the picture is to be understood are in <imlay/image_buffer_keys.h>.
+ * and a mode that says whether it goes along to a buffer made from this one. A key has one value and one mode. Keys
+ * that say how the picture is to be understood are in <imlay/image_buffer_keys.h>.
  *
  * Functions that can fail return an IMStatus: 0 for success. Creating functions write NULL when they fail.
  *
@@ -34,8 +34,8 @@ enum {
 typedef struct IMImageBuffer *IMImageBufferRef;
 typedef IMImageBufferRef IMBufferRef;
 
-/* Width and height as they are encoded: those of a pixel buffer's pixels, those that an encoded buffer was created with.
- * Zero for NULL. */
+/* Width and height as they are encoded: those of a pixel buffer's pixels, those that an encoded buffer was created
+ * with. Zero for NULL. */
 BR_EXPORT GRSize IMImageBufferGetEncodedSize(IMImageBufferRef buffer);
 
 typedef uint32_t IMAttachmentMode;
@@ -44,8 +44,8 @@ enum { kIMAttachmentMode_ShouldNotPropagate = 0, kIMAttachmentMode_ShouldPropaga
 /* Sets a key's value and mode. Nothing happens when an argument is NULL, the mode is 2 or more, or memory runs out. */
 BR_EXPORT void IMBufferSetAttachment(IMBufferRef buffer, BRStringRef key, BRTypeRef value, IMAttachmentMode mode);
 
-/* A key's value, borrowed until the buffer goes or the key is set again; NULL when there is none. modeOut may be NULL and
- * is written only when there is a value. */
+/* A key's value, borrowed until the buffer goes or the key is set again; NULL when there is none. modeOut may be NULL
+ * and is written only when there is a value. */
 BR_EXPORT BRTypeRef IMBufferGetAttachment(IMBufferRef buffer, BRStringRef key, IMAttachmentMode *modeOut);
 
 /* Removes a key, in whichever mode it is. */

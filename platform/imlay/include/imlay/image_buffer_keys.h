@@ -6,8 +6,9 @@
 
 BR_BEGIN_DECLS
 
-/* "IMCleanAperture": a dictionary, the part of the picture that is free of edge effects. Its keys: "Width", "Height" and
- * the offsets of its centre from the picture's, to the right and down, "HorizontalOffset", "VerticalOffset"; numbers. */
+/* "IMCleanAperture": a dictionary, the part of the picture that is free of edge effects. Its keys: "Width", "Height"
+ * and the offsets of its centre from the picture's, to the right and down, "HorizontalOffset", "VerticalOffset";
+ * numbers. */
 BR_EXPORT extern const BRStringRef kIMImageBufferCleanApertureKey;
 BR_EXPORT extern const BRStringRef kIMImageBufferCleanApertureWidthKey;
 BR_EXPORT extern const BRStringRef kIMImageBufferCleanApertureHeightKey;
@@ -45,8 +46,8 @@ BR_EXPORT extern const BRStringRef kIMImageBufferYCbCrMatrix_ITU_R_709_2;
 /* "IMImageBufferICCProfile": data. */
 BR_EXPORT extern const BRStringRef kIMImageBufferICCProfileKey;
 
-/* "IMImageBufferChromaLocationTopField", "IMImageBufferChromaLocationBottomField": strings, where chroma samples lie among
- * luma samples, for progressive pictures under the first key. "IMImageBufferChromaLocation_Left" ... "_DV420". */
+/* "IMImageBufferChromaLocationTopField", "IMImageBufferChromaLocationBottomField": strings, where chroma samples lie
+ * among luma samples, for progressive pictures under the first key. "IMImageBufferChromaLocation_Left" ... "_DV420". */
 BR_EXPORT extern const BRStringRef kIMImageBufferChromaLocationTopFieldKey;
 BR_EXPORT extern const BRStringRef kIMImageBufferChromaLocationBottomFieldKey;
 BR_EXPORT extern const BRStringRef kIMImageBufferChromaLocation_Left;

@@ -18,12 +18,12 @@ BR_BEGIN_DECLS
 
 typedef IMImageBufferRef IMPixelBufferRef;
 
-/* Gives pixels back to who lent them: what was passed to the creating function, for planes the address of the first one.
- * Called once, on the thread that drops the last reference. */
+/* Gives pixels back to who lent them: what was passed to the creating function, for planes the address of the first
+ * one. Called once, on the thread that drops the last reference. */
 typedef void (*IMPixelBufferReleaseBytes)(void *refCon, void *baseAddress);
 
-/* One plane of a planar buffer: height rows of width samples, a row every bytesPerRow bytes. baseAddress is ignored where
- * the buffer has memory of its own. */
+/* One plane of a planar buffer: height rows of width samples, a row every bytesPerRow bytes. baseAddress is ignored
+ * where the buffer has memory of its own. */
 typedef struct IMPixelBufferPlane {
   void *baseAddress;
   size_t width;
@@ -48,17 +48,17 @@ BR_EXPORT IMStatus IMPixelBufferCreateWithBytes(BRAllocatorRef allocator, size_t
 
 /* The same with planes, of which there is at least one. In memory of the buffer's own they follow each other in one
  * block, each 16-byte aligned. The records are copied. */
-BR_EXPORT IMStatus IMPixelBufferCreatePlanar(BRAllocatorRef allocator, size_t width, size_t height, uint32_t pixelFormat,
-                                             size_t planeCount, const IMPixelBufferPlane *planes,
-                                             IMPixelBufferRef *bufferOut);
+BR_EXPORT IMStatus IMPixelBufferCreatePlanar(BRAllocatorRef allocator, size_t width, size_t height,
+                                             uint32_t pixelFormat, size_t planeCount,
+                                             const IMPixelBufferPlane *planes, IMPixelBufferRef *bufferOut);
 BR_EXPORT IMStatus IMPixelBufferCreateWithPlanarBytes(BRAllocatorRef allocator, size_t width, size_t height,
                                                       uint32_t pixelFormat, size_t planeCount,
                                                       const IMPixelBufferPlane *planes,
                                                       IMPixelBufferReleaseBytes releaseBytes, void *releaseRefCon,
                                                       IMPixelBufferRef *bufferOut);
 
-/* What a buffer is; bytes per row and base address of a planar one are its first plane's. 0 and NULL for NULL and for an
- * image buffer of another kind. */
+/* What a buffer is; bytes per row and base address of a planar one are its first plane's. 0 and NULL for NULL and for
+ * an image buffer of another kind. */
 BR_EXPORT uint32_t IMPixelBufferGetPixelFormatType(IMPixelBufferRef buffer);
 BR_EXPORT size_t IMPixelBufferGetWidth(IMPixelBufferRef buffer);
 BR_EXPORT size_t IMPixelBufferGetHeight(IMPixelBufferRef buffer);

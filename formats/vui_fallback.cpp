@@ -1,0 +1,255 @@
+// What the first sequence parameter set of a configuration atom says of how the picture is to be shown, as
+// extensions.
+#include <bedra/dictionary.h>
+#include <bedra/number.h>
+#include <kiv/h264_bridge.h>
+#include <kiv/hevc_bridge.h>
+#include <kiv/video_format_description.h>
+
+#include <algorithm>
+#include <bedra/literal.hpp>
+#include <bedra/ref.hpp>
+
+#include "formats/video_format_description.hpp"
+#include "runtime/error.hpp"
+#include "runtime/four_char_code.hpp"
+
+using namespace br::literals;
+using namespace pv::literals;
+
+namespace {
+
+struct CodePoint {
+  uint32_t code;
+  BRStringRef value;
+};
+
+// Each sorted by code. A code that is missing has no value.
+constexpr CodePoint kChromaLocations[] = {
+    {0, "IMImageBufferChromaLocation_Left"_br},       {1, "IMImageBufferChromaLocation_Center"_br},
+    {2, "IMImageBufferChromaLocation_TopLeft"_br},    {3, "IMImageBufferChromaLocation_Top"_br},
+    {4, "IMImageBufferChromaLocation_BottomLeft"_br}, {5, "IMImageBufferChromaLocation_Bottom"_br},
+    {255, "IMImageBufferChromaLocation_DV420"_br},
+};
+constexpr CodePoint kColorPrimaries[] = {
+    {1, "IMImageBufferColorPrimaries_ITU_R_709_2"_br},
+    {5, "IMImageBufferColorPrimaries_EBU_3213"_br},
+    {6, "IMImageBufferColorPrimaries_SMPTE_C"_br},
+    {9, "ITU_R_2020"_br},
+    {11, "DCI_P3"_br},
+    {12, "P3_D65"_br},
+    {22, "P22"_br},
+};
+constexpr CodePoint kTransferFunctions[] = {
+    {1, "IMImageBufferTransferFunction_ITU_R_709_2"_br},
+    {6, "IMImageBufferTransferFunction_ITU_R_709_2"_br},
+    {7, "SMPTE_240M_1995"_br},
+    {14, "ITU_R_2020"_br},
+};
+// On purpose not Table E-5: 5 has no value here, 11 and 12 have.
+constexpr CodePoint kMatrices[] = {
+    {1, "IMImageBufferYCbCrMatrix_ITU_R_709_2"_br},
+    {6, "ITU_R_601_4"_br},
+    {7, "SMPTE_240M_1995"_br},
+    {9, "ITU_R_2020"_br},
+    {11, "DCI_P3"_br},
+    {12, "P3_D65"_br},
+};
+
+constexpr bool inOrder(const CodePoint& a, const CodePoint& b) { return a.code < b.code; }
+static_assert(std::is_sorted(std::begin(kChromaLocations), std::end(kChromaLocations), inOrder));
+static_assert(std::is_sorted(std::begin(kColorPrimaries), std::end(kColorPrimaries), inOrder));
+static_assert(std::is_sorted(std::begin(kTransferFunctions), std::end(kTransferFunctions), inOrder));
+static_assert(std::is_sorted(std::begin(kMatrices), std::end(kMatrices), inOrder));
+
+template <size_t N>
+BRStringRef valueOf(const CodePoint (&table)[N], uint32_t code) {
+  const CodePoint* found = std::lower_bound(table, table + N, CodePoint{code, nullptr}, inOrder);
+  return found != table + N && found->code == code ? found->value : nullptr;
+}
+
+// What a sequence parameter set says. Of a set that cannot be parsed there is none.
+struct Facts {
+  bool isProgressive = false;
+  bool hasUsability = false;
+  KivVideoUsability usability{};
+  uint32_t horizontalSpacing = 0;
+  uint32_t verticalSpacing = 0;
+};
+
+bool readH264(const uint8_t* record, size_t length, Facts& facts) {
+  const uint8_t* sps;
+  size_t size;
+  KivH264ParsedSPS parsed;
+  if (KivH264Bridge_GetSPSFromAVCC(record, length, 0, &sps, &size) ||
+      KivH264Bridge_ParseSPS(sps, size, &parsed))
+    return false;
+  facts.isProgressive = parsed.frameMbsOnly;
+  facts.hasUsability = parsed.vuiPresent;
+  facts.usability = parsed.vui;
+  if (parsed.vuiPresent && parsed.vui.aspectRatioInfoPresent)
+    KivH264Bridge_GetSPS_VUI_AspectRatio(sps, size, &facts.horizontalSpacing, &facts.verticalSpacing);
+  return true;
+}
+
+bool readHEVC(const uint8_t* record, size_t length, Facts& facts) {
+  const uint8_t* sps;
+  size_t size;
+  KivHEVCParsedSPS parsed;
+  bool isInterlaced;
+  if (KivHEVCBridge_GetSPSFromHVCC(record, length, 0, &sps, &size) ||
+      KivHEVCBridge_ParseSPS(sps, size, &parsed) ||
+      KivHEVCBridge_GetSPSIsInterlaced(sps, size, &isInterlaced))
+    return false;
+  facts.isProgressive = !isInterlaced;
+  facts.hasUsability = parsed.vuiPresent;
+  facts.usability = parsed.vui;
+  if (parsed.vuiPresent && parsed.vui.aspectRatioInfoPresent)
+    KivHEVCBridge_GetSPS_VUI_AspectRatio(sps, size, &facts.horizontalSpacing, &facts.verticalSpacing);
+  return true;
+}
+
+// The entries to add, and whether making one of them failed.
+class Additions {
+ public:
+  Additions(BRAllocatorRef allocator, BRDictionaryRef extensions)
+      : allocator_(allocator), extensions_(extensions) {}
+
+  bool lacks(BRStringRef key) const { return !BRDictionaryContainsKey(extensions_, key); }
+
+  // Adds a constant when there is one.
+  void add(BRStringRef key, BRTypeRef constant) {
+    if (constant) addOwned(key, BRRetain(constant));
+  }
+
+  void addNumber(BRStringRef key, int32_t number) {
+    addOwned(key, BRNumberCreate(allocator_, kBRNumberTypeSInt32, &number));
+  }
+
+  void addPair(BRStringRef key, BRStringRef firstKey, uint32_t first, BRStringRef secondKey,
+               uint32_t second) {
+    using Number = br::Ref<const BRNumber>;
+    Number numbers[] = {Number::adopt(BRNumberCreate(allocator_, kBRNumberTypeUInt32, &first)),
+                        Number::adopt(BRNumberCreate(allocator_, kBRNumberTypeUInt32, &second))};
+    const void *keys[] = {firstKey, secondKey}, *values[] = {numbers[0].get(), numbers[1].get()};
+    addOwned(key, numbers[0] && numbers[1]
+                      ? BRDictionaryCreate(allocator_, keys, values, 2, &kBRTypeDictionaryKeyCallBacks,
+                                           &kBRTypeDictionaryValueCallBacks)
+                      : nullptr);
+  }
+
+  // Replaces the extensions by a copy with the additions. False when memory ran out; they are then as they
+  // were.
+  bool apply(BRDictionaryRef* extensionsInOut) const {
+    if (failed_) return false;
+    if (count_ == 0) return true;
+    auto extended = br::Ref<BRDictionary>::adopt(BRDictionaryCreateMutableCopy(allocator_, extensions_));
+    if (!extended) return false;
+    for (size_t i = 0; i < count_; ++i)
+      if (!BRDictionarySetValue(extended.get(), entries_[i].key, entries_[i].value.get())) return false;
+    BRRelease(*extensionsInOut);
+    *extensionsInOut = extended.detach();
+    return true;
+  }
+
+ private:
+  struct Entry {
+    BRStringRef key;
+    br::Ref<const void> value;
+  };
+
+  void addOwned(BRStringRef key, BRTypeRef value) {
+    if (!value)
+      failed_ = true;
+    else
+      entries_[count_++] = {key, br::Ref<const void>::adopt(value)};
+  }
+
+  BRAllocatorRef allocator_;
+  BRDictionaryRef extensions_;
+  Entry entries_[8];
+  size_t count_ = 0;
+  bool failed_ = false;
+};
+
+void addChromaLocations(const KivVideoUsability& usability, Additions& additions) {
+  uint32_t top = usability.chromaSampleLocTypeTopField, bottom = usability.chromaSampleLocTypeBottomField;
+  if (!usability.chromaLocInfoPresent ||
+      !additions.lacks(kPVFormatDescriptionExtension_ChromaLocationTopField))
+    return;
+  if (top == 2 && bottom == 2) top = bottom = 1;
+  additions.add(kPVFormatDescriptionExtension_ChromaLocationTopField, valueOf(kChromaLocations, top));
+  if (additions.lacks(kPVFormatDescriptionExtension_ChromaLocationBottomField))
+    additions.add(kPVFormatDescriptionExtension_ChromaLocationBottomField, valueOf(kChromaLocations, bottom));
+}
+
+template <size_t N>
+void addColour(BRStringRef key, const CodePoint (&table)[N], uint32_t code, Additions& additions) {
+  if (additions.lacks(key)) additions.add(key, valueOf(table, code));
+}
+
+void addAll(const Facts& facts, Additions& additions) {
+  const KivVideoUsability& usability = facts.usability;
+  if (facts.hasUsability) {
+    addChromaLocations(usability, additions);
+    if (usability.colourDescriptionPresent) {
+      addColour(kPVFormatDescriptionExtension_ColorPrimaries, kColorPrimaries, usability.colourPrimaries,
+                additions);
+      addColour(kPVFormatDescriptionExtension_TransferFunction, kTransferFunctions,
+                usability.transferCharacteristics, additions);
+      addColour(kPVFormatDescriptionExtension_YCbCrMatrix, kMatrices, usability.matrixCoefficients,
+                additions);
+    }
+    if (additions.lacks(kPVFormatDescriptionExtension_FullRangeVideo))
+      additions.add(kPVFormatDescriptionExtension_FullRangeVideo,
+                    usability.fullRange ? kBRBooleanTrue : kBRBooleanFalse);
+    if (facts.horizontalSpacing && facts.verticalSpacing &&
+        additions.lacks(kPVFormatDescriptionExtension_PixelAspectRatio))
+      additions.addPair(kPVFormatDescriptionExtension_PixelAspectRatio,
+                        kPVFormatDescriptionKey_PixelAspectRatioHorizontalSpacing, facts.horizontalSpacing,
+                        kPVFormatDescriptionKey_PixelAspectRatioVerticalSpacing, facts.verticalSpacing);
+  }
+  if (facts.isProgressive && additions.lacks(kPVFormatDescriptionExtension_FieldCount))
+    additions.addNumber(kPVFormatDescriptionExtension_FieldCount, 1);
+}
+
+// Where a codec type keeps its parameter sets; sorted.
+struct Codec {
+  PVVideoCodecType type;
+  BRStringRef atomKey;
+  bool (*read)(const uint8_t* record, size_t length, Facts& facts);
+};
+constexpr Codec kCodecs[] = {
+    {"avc1"_4cc, "avcC"_br, readH264}, {"cavc"_4cc, "avcC"_br, readH264}, {"drmi"_4cc, "avcC"_br, readH264},
+    {"eavc"_4cc, "avcC"_br, readH264}, {"hvc1"_4cc, "hvcC"_br, readHEVC}, {"qavc"_4cc, "avcC"_br, readH264},
+    {"zavc"_4cc, "avcC"_br, readH264},
+};
+
+constexpr bool codecsInOrder(const Codec& a, const Codec& b) { return a.type < b.type; }
+static_assert(std::is_sorted(std::begin(kCodecs), std::end(kCodecs), codecsInOrder));
+
+const Codec* codecOf(PVVideoCodecType type) {
+  const Codec* found =
+      std::lower_bound(std::begin(kCodecs), std::end(kCodecs), Codec{type, nullptr, nullptr}, codecsInOrder);
+  return found != std::end(kCodecs) && found->type == type ? found : nullptr;
+}
+
+}  // namespace
+
+bool pv::video::hasParameterSets(PVVideoCodecType codecType) { return codecOf(codecType) != nullptr; }
+
+PVStatus KivBridge_MakeFallbackExtensionsFromVUI(BRAllocatorRef allocator, PVVideoCodecType codecType,
+                                                 BRDictionaryRef* extensionsInOut) {
+  if (!extensionsInOut) return pv::signalError(kKivBridgeError_InvalidParameter);
+  const Codec* codec = codecOf(codecType);
+  if (!codec) {
+    pv::signalError(kKivBridgeError_UnsupportedCodecType);
+    return 0;
+  }
+  BRDataRef record = pv::video::firstAtom(*extensionsInOut, codec->atomKey);
+  Facts facts;
+  if (!record || !codec->read(BRDataGetBytePtr(record), BRDataGetLength(record), facts)) return 0;
+  Additions additions(allocator, *extensionsInOut);
+  addAll(facts, additions);
+  return additions.apply(extensionsInOut) ? 0 : pv::signalError(kKivBridgeError_AllocationFailed);
+}
