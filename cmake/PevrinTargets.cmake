@@ -44,9 +44,10 @@ if(PEVRIN_SANITIZE)
   endif()
 endif()
 
-# pevrin_library(name FOLDERS dir... INCLUDE dir LINK lib...): a shared library of all .cpp files in the folders.
+# pevrin_library(name FOLDERS dir... INCLUDE dir LINK lib... [EXPORTS script]): a shared library of all .cpp files in the
+# folders. Its names are exported by cmake/exports.map, or by a version script of its own.
 function(pevrin_library name)
-  cmake_parse_arguments(ARG "" "INCLUDE" "FOLDERS;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "INCLUDE;EXPORTS" "FOLDERS;LINK" ${ARGN})
   set(sources)
   foreach(folder IN LISTS ARG_FOLDERS)
     file(GLOB found CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
@@ -62,6 +63,9 @@ function(pevrin_library name)
   # under a sanitizer its runtime is in the program, so that a library has open names
   if(NOT PEVRIN_SANITIZE)
     set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    if(ARG_EXPORTS)
+      set(exports ${ARG_EXPORTS})
+    endif()
     set(preempted ${PROJECT_SOURCE_DIR}/cmake/preempted.list)
     target_link_options(${name} PRIVATE
       -Wl,-z,defs,-z,relro,-z,now,-Bsymbolic-functions,--version-script=${exports},--dynamic-list=${preempted})
