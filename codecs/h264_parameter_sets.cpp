@@ -192,7 +192,9 @@ bool PullParamSetSPS(BitReader& reader, KivH264ParsedSPS& sps) {
   pullPictureSize(reader, sps);
   sps.vuiPresent = reader.flag();
   if (!reader.ok()) return false;
-  return !sps.vuiPresent || PullVUIParamSet(reader, sps);
+  if (sps.vuiPresent) return PullVUIParamSet(reader, sps);
+  nal::inferUsability(sps.vui);
+  return true;
 }
 
 bool pullPPSBeginning(BitReader& reader, KivH264ParsedPPS& pps) {

@@ -3,6 +3,7 @@
 #include <bedra/allocator.h>
 #include <bedra/data.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "runtime/error.hpp"
@@ -10,6 +11,11 @@
 namespace pv::nal {
 
 namespace {
+
+// At most every third byte of a unit is there for emulation prevention: so many bytes hold that much payload.
+size_t bytesForPayload(size_t length, size_t payload) {
+  return payload < length - length / 3 ? payload + payload / 2 + 1 : length;
+}
 
 // True when a word read at the last byte would reach over the end of its page.
 bool endsShortOfPage(const uint8_t* bytes, size_t length) {
@@ -54,6 +60,17 @@ size_t removeEmulationBytes(const uint8_t* bytes, size_t length, uint8_t* out, s
   return written;
 }
 
+size_t offsetInUnit(const uint8_t* bytes, size_t length, size_t payloadOffset) {
+  const size_t end = bytesForPayload(length, payloadOffset);
+  size_t from = 0;
+  for (;;) {
+    const size_t hit = findEmulationByte(bytes, end, from);
+    if (hit - from > payloadOffset || hit == end) return std::min(from + payloadOffset, length);
+    payloadOffset -= hit - from;
+    from = hit + 1;
+  }
+}
+
 BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, BRDataRef data) {
   const PVStatus status = data ? kKivBridgeError_NoMemoryForCopy : kKivBridgeError_InvalidParameter;
   BRDataRef copy = data ? createCopy(allocator, BRDataGetBytePtr(data), BRDataGetLength(data)) : nullptr;
@@ -61,7 +78,8 @@ BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, BRDataRef data) {
   return copy;
 }
 
-Rbsp::Rbsp(const uint8_t* bytes, size_t length, size_t limit) : bytes_(bytes), length_(length) {
+Rbsp::Rbsp(const uint8_t* bytes, size_t length, size_t limit) : bytes_(bytes) {
+  length_ = length = bytesForPayload(length, limit);
   const bool escaped = length >= 3 && findEmulationByte(bytes, length, 0) != length;
   if (!escaped && !endsShortOfPage(bytes, length)) return;
   const size_t room = length < limit ? length : limit;

@@ -19,6 +19,10 @@ size_t findEmulationByte(const uint8_t* bytes, size_t length, size_t from);
 // how many bytes there are then. out has room for length bytes. stopAt: stops early with that many bytes.
 size_t removeEmulationBytes(const uint8_t* bytes, size_t length, uint8_t* out, size_t stopAt = SIZE_MAX);
 
+// Where in the unit the byte stands that has so many payload bytes before it; length when there is none.
+// Every byte before it belongs to the payload's beginning, an emulation prevention byte right before it too.
+size_t offsetInUnit(const uint8_t* bytes, size_t length, size_t payloadOffset);
+
 // The new data object, owned by the caller; null, signalled, for null or when memory runs out.
 BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, BRDataRef data);
 
@@ -26,7 +30,7 @@ BRDataRef copyWithoutEmulationBytes(BRAllocatorRef allocator, BRDataRef data);
 // stack when the unit is of a parameter set's usual size.
 class Rbsp {
  public:
-  // Only the first `limit` bytes of the payload are wanted.
+  // Only the first `limit` bytes of the payload are wanted; there may be more.
   Rbsp(const uint8_t* bytes, size_t length, size_t limit = SIZE_MAX);
   ~Rbsp();
   Rbsp(const Rbsp&) = delete;

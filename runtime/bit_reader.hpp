@@ -133,8 +133,12 @@ class BitReader {
   [[gnu::noinline]] uint32_t longCode(uint32_t longest) {
     refill();
     const auto zeros = static_cast<uint32_t>(std::countl_zero(cache_));
-    if (zeros >= valid_ || zeros > longest) {
-      std::min(zeros, valid_) > longest ? fail() : runOut();
+    if (std::min(zeros, valid_) > longest) {
+      fail();
+      return 0;
+    }
+    if (2 * zeros + 1 > bitsLeft()) {
+      runOut();
       return 0;
     }
     bits(zeros);

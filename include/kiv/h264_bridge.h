@@ -161,8 +161,8 @@ PV_EXPORT PVStatus KivH264Bridge_GetPPSSequenceID(const uint8_t *pps, size_t len
  * share; 0 when they differ or one of them cannot be read to its end. Both may be NULL; on failure they are 0 and
  * *avcCOut, which is required, is NULL.
  *
- * kKivBridgeError_InvalidParameter: a null array, fewer than two sets, another nalUnitHeaderLength; a null set, one of 0
- * or more than 65,535 bytes, a NAL unit whose header is not one of a parameter set (forbidden bit, nal_ref_idc 0,
+ * kKivBridgeError_InvalidParameter: a null array, fewer than two sets, another nalUnitHeaderLength; a null set, one of
+ * 0 or more than 65,535 bytes, a NAL unit whose header is not one of a parameter set (forbidden bit, nal_ref_idc 0,
  * another type); sequence parameter sets of the four profiles that differ in chroma format or bit depth; none of either
  * kind, or too many of one kind (32 sequence, 256 picture, 256 extensions). kKivBridgeError_UnreadableData: an ID that
  * cannot be read, or one of the chroma format and bit depths of those profiles. kKivBridgeError_AllocationFailed,

@@ -1,0 +1,66 @@
+// The questions about one slice, whose parameter sets come with it.
+#include "codecs/h264_slice_header.hpp"
+#include "runtime/error.hpp"
+
+namespace {
+
+using namespace pv;
+
+KivH264InterlaceType interlaceTypeOf(const KivH264ParsedSPS& sps, const h264::SliceHeader& slice) {
+  if (slice.fieldPic)
+    return slice.bottomField ? kKivH264InterlaceType_BottomField : kKivH264InterlaceType_TopField;
+  return sps.mbAdaptiveFrameField ? kKivH264InterlaceType_MBAFFFrame : kKivH264InterlaceType_Frame;
+}
+
+// Pulls the slice's beginning and, with a sequence parameter set, its structure.
+PVStatus readSlice(const uint8_t* unit, size_t length, const KivH264ParsedSPS* sps,
+                   h264::SliceHeader& slice) {
+  return h264::readSliceHead(unit, length, [&](BitReader& reader) -> PVStatus {
+    slice = {};
+    if (!h264::pullSliceBeginning(reader, slice)) return kKivBridgeError_UnreadableData;
+    if (sps && !h264::pullSliceStructure(reader, *sps, slice)) return kKivBridgeError_UnreadableData;
+    return kPVStatus_Success;
+  });
+}
+
+}  // namespace
+
+PVStatus KivH264Bridge_GetPPSSequenceIDFromSlice(const uint8_t* bytes, size_t length, uint32_t* ppsIDOut) {
+  h264::SliceHeader slice;
+  if (PVStatus status = readSlice(bytes, length, nullptr, slice)) return signalError(status);
+  if (ppsIDOut) *ppsIDOut = slice.picParameterSetID;
+  return kPVStatus_Success;
+}
+
+PVStatus KivH264Bridge_GetInterlaceTypeFromSlice(const uint8_t* bytes, size_t length, const uint8_t* spsBytes,
+                                                 size_t spsLength, KivH264InterlaceType* typeOut) {
+  KivH264ParsedSPS sps;
+  if (PVStatus status = h264::parseUnit(spsBytes, spsLength, h264::kSPS, h264::PullParamSetSPS, sps))
+    return signalError(status);
+  h264::SliceHeader slice;
+  if (PVStatus status = readSlice(bytes, length, &sps, slice)) return signalError(status);
+  if (typeOut) *typeOut = interlaceTypeOf(sps, slice);
+  return kPVStatus_Success;
+}
+
+PVStatus KivH264Bridge_MeasureSliceHeader(const uint8_t* bytes, size_t length, const uint8_t* spsBytes,
+                                          size_t spsLength, const uint8_t* ppsBytes, size_t ppsLength,
+                                          size_t* headerBitsOut, size_t* clearBytesOut) {
+  KivH264ParsedSPS sps;
+  KivH264ParsedPPS pps;
+  if (PVStatus status = h264::parseUnit(spsBytes, spsLength, h264::kSPS, h264::PullParamSetSPS, sps))
+    return signalError(status);
+  if (PVStatus status = h264::parseUnit(ppsBytes, ppsLength, h264::kPPS, h264::pullPPS, pps))
+    return signalError(status);
+  const auto findSets = [&](uint32_t ppsID, const KivH264ParsedSPS*& spsOut,
+                            const KivH264ParsedPPS*& ppsOut) {
+    spsOut = &sps;
+    ppsOut = &pps;
+    return ppsID == pps.picParameterSetID && pps.seqParameterSetID == sps.seqParameterSetID;
+  };
+  h264::SliceHeaderLength header;
+  if (PVStatus status = h264::measureSliceHeader(bytes, length, findSets, header)) return signalError(status);
+  if (headerBitsOut) *headerBitsOut = header.bits;
+  if (clearBytesOut) *clearBytesOut = header.clearBytes;
+  return kPVStatus_Success;
+}

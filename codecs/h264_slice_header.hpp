@@ -1,0 +1,82 @@
+// Reading H.264 slice headers (ITU-T H.264 7.3.3).
+#ifndef PEVRIN_CODECS_H264_SLICE_HEADER_HPP
+#define PEVRIN_CODECS_H264_SLICE_HEADER_HPP
+
+#include <kiv/h264_slice.h>
+
+#include "codecs/h264_parameter_sets.hpp"
+
+namespace pv::h264 {
+
+constexpr uint32_t kMostPPSID = 255;
+constexpr uint32_t kMostSPSID = 31;
+
+// What is kept of a header; the rest is only stepped over.
+struct SliceHeader {
+  uint8_t unitType;
+  uint8_t refIdc;
+  uint32_t sliceType;  // 0 to 4
+  uint32_t picParameterSetID;
+  bool fieldPic;
+  bool bottomField;
+};
+
+// False: it cannot be read.
+
+// The NAL unit's header byte, and on to pic_parameter_set_id.
+bool pullSliceBeginning(BitReader& reader, SliceHeader& slice);
+// From there to bottom_field_flag.
+bool pullSliceStructure(BitReader& reader, const KivH264ParsedSPS& sps, SliceHeader& slice);
+// From pic_parameter_set_id to the end.
+bool PullSliceHeader(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
+                     SliceHeader& slice);
+
+constexpr bool hasSliceHeader(uint8_t type) {
+  return type == kSlice || type == kPartitionA || type == kIDRSlice || type == kAuxiliarySlice;
+}
+
+// Pulls from the head of the slice: pull(reader) gives a status, and runs again with more of the slice when
+// the reader has run out. Nothing is signalled.
+template <class Pull>
+PVStatus readSliceHead(const uint8_t* unit, size_t length, Pull pull) {
+  if (!unit || length == 0 || !hasSliceHeader(typeOf(unit))) return kKivBridgeError_InvalidParameter;
+  constexpr size_t kUsually = 512, kAtMost = 4096;
+  for (const size_t window : {kUsually, kAtMost}) {
+    const nal::Rbsp payload(unit, length, window);
+    if (!payload.ok()) return kKivBridgeError_NoMemoryForCopy;
+    BitReader reader(payload.bytes(), payload.length());
+    const PVStatus status = pull(reader);
+    if (!reader.ranOut() || length <= window) return status;
+  }
+  return kKivBridgeError_UnreadableData;
+}
+
+struct SliceHeaderLength {
+  size_t bits;        // in the payload
+  size_t clearBytes;  // of the unit
+};
+
+// Measures a slice's header. findSets(ppsID, sps, pps) points to the sets; false when they are not there.
+// Nothing is signalled.
+template <class FindSets>
+PVStatus measureSliceHeader(const uint8_t* unit, size_t length, FindSets findSets,
+                            SliceHeaderLength& lengthOut) {
+  size_t end = 0;
+  const PVStatus status = readSliceHead(unit, length, [&](BitReader& reader) -> PVStatus {
+    SliceHeader slice{};
+    const KivH264ParsedSPS* sps;
+    const KivH264ParsedPPS* pps;
+    if (!pullSliceBeginning(reader, slice)) return kKivBridgeError_UnreadableData;
+    if (!findSets(slice.picParameterSetID, sps, pps)) return kKivBridgeError_InvalidParameter;
+    if (!PullSliceHeader(reader, *sps, *pps, slice)) return kKivBridgeError_UnreadableData;
+    end = reader.position();
+    return kPVStatus_Success;
+  });
+  if (status) return status;
+  lengthOut = {.bits = end - kUnitHeaderBits, .clearBytes = nal::offsetInUnit(unit, length, (end + 7) / 8)};
+  return kPVStatus_Success;
+}
+
+}  // namespace pv::h264
+
+#endif
