@@ -1,0 +1,431 @@
+#include <bedra/data.h>
+#include <gtest/gtest.h>
+#include <kiv/h264_bridge.h>
+#include <kiv/h264_slice.h>
+
+#include <bedra/ref.hpp>
+#include <functional>
+
+#include "tests/codecs/h264_samples.hpp"
+#include "tests/support/failing_allocator.hpp"
+
+namespace {
+
+using namespace test;
+
+constexpr PVStatus kInvalid = kKivBridgeError_InvalidParameter, kUnreadable = kKivBridgeError_UnreadableData;
+constexpr KivH264InterlaceType kFrame = kKivH264InterlaceType_Frame,
+                               kMBAFF = kKivH264InterlaceType_MBAFFFrame,
+                               kTop = kKivH264InterlaceType_TopField,
+                               kBottom = kKivH264InterlaceType_BottomField;
+
+struct Measured {
+  PVStatus status;
+  size_t bits = 0, clear = 0;
+  bool operator==(const Measured&) const = default;
+};
+
+Measured measure(const Bytes& slice, const Bytes& sps, const Bytes& pps) {
+  Measured m;
+  m.status = KivH264Bridge_MeasureSliceHeader(slice.data(), slice.size(), sps.data(), sps.size(), pps.data(),
+                                              pps.size(), &m.bits, &m.clear);
+  return m;
+}
+
+KivH264InterlaceType typeOf(const Bytes& slice, const Bytes& sps) {
+  KivH264InterlaceType type = -1;
+  EXPECT_EQ(
+      KivH264Bridge_GetInterlaceTypeFromSlice(slice.data(), slice.size(), sps.data(), sps.size(), &type), 0);
+  return type;
+}
+
+TEST(H264Slice, RealHeadersEndWhereTheirReadersSay) {
+  const struct {
+    Bytes slice;
+    const Bytes &sps, &pps;
+    size_t bits, clear;
+    KivH264InterlaceType type;
+  } cases[] = {
+      {{0x65, 0x88, 0x84, 0x00, 0x47, 0xD2, 0xAC}, kHighSPS, kHighPPS, 32, 5, kFrame},  // IDR
+      {{0x41, 0x9A, 0x22, 0x6C, 0x47, 0x7F, 0xD2}, kHighSPS, kHighPPS, 36, 6, kFrame},  // P
+      {{0x01, 0x9E, 0x41, 0x79, 0x1D, 0xFF, 0xFE}, kHighSPS, kHighPPS, 34, 6, kFrame},  // B
+      {{0x65, 0x88, 0x82, 0x02, 0x07, 0x7F, 0x60}, kInterlacedSPS, kInterlacedPPS, 36, 6, kMBAFF},
+      {{0x01, 0x9E, 0x40, 0x97, 0x90, 0xB7, 0xF0}, kInterlacedSPS, kInterlacedPPS, 40, 6, kMBAFF},
+      {{0x41, 0x9A, 0x41, 0x95, 0x10, 0xB7, 0xB3}, kInterlacedSPS, kInterlacedPPS, 40, 6, kMBAFF},
+      {{0x41, 0x9A, 0x21, 0x6C, 0x43, 0x5F, 0xDC}, kHigh422SPS, kHigh422PPS, 38, 6, kFrame},  // weighted P
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(measure(c.slice, c.sps, c.pps), (Measured{0, c.bits, c.clear}));
+    EXPECT_EQ(typeOf(c.slice, c.sps), c.type);
+    uint32_t ppsID = 99;
+    EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(c.slice.data(), c.slice.size(), &ppsID), 0);
+    EXPECT_EQ(ppsID, 0u);
+    for (size_t length = 0; length < c.clear; ++length) {
+      const Bytes cut(c.slice.begin(), c.slice.begin() + static_cast<ptrdiff_t>(length));
+      EXPECT_EQ(measure(cut, c.sps, c.pps).status, length == 0 ? kInvalid : kUnreadable);
+    }
+  }
+}
+
+struct PPSFields {
+  bool cabac = false, bottomOrder = false, weighted = false, deblocking = false, redundant = false;
+  uint32_t id = 0, spsID = 0, weightedBi = 0, l0 = 1, l1 = 1, mapType = 0,
+           changeRate = 0;  // 0: one slice group
+  Bytes unit() const {
+    BitWriter writer;
+    writer.bits(0x68, 8).ue(id).ue(spsID).flag(cabac).flag(bottomOrder).ue(changeRate == 0 ? 0 : 1);
+    if (changeRate != 0) writer.ue(mapType).flag(false).ue(changeRate - 1);
+    writer.ue(l0 - 1).ue(l1 - 1).flag(weighted).bits(weightedBi, 2).se(0).se(0).se(0);
+    return writer.flag(deblocking).flag(false).flag(redundant).unit();
+  }
+};
+
+// Slice types.
+constexpr uint32_t kP = 0, kB = 1, kI = 2, kSP = 3, kSI = 4;
+
+struct Written {
+  const char* what;
+  uint8_t header;
+  uint32_t sliceType;
+  SPSFields sps;
+  PPSFields pps;
+  KivH264InterlaceType type;
+  std::function<void(BitWriter&)> rest;  // from frame_num (4 bits) on
+
+  BitWriter write() const {
+    BitWriter writer;
+    writer.bits(header, 8).ue(100000).ue(sliceType + 5).ue(pps.id);
+    rest(writer);
+    return writer;
+  }
+};
+
+const std::vector<Written>& writtenSlices() {
+  using W = BitWriter;
+  static const std::vector<Written> slices = {
+      {"I", 0x01, kI, {}, {}, kFrame, [](W& w) { w.bits(5, 4).bits(9, 6).se(-3); }},
+      {"IDR with a long ID",
+       0x65,
+       kI,
+       {},
+       {},
+       kFrame,
+       [](W& w) { w.bits(0, 4).ue(65535).bits(0, 6).flag(true).flag(false).se(0); }},
+      {"numbers of 16 bits",
+       0x01,
+       kI,
+       {.log2MaxFrameNum = 16},
+       {},
+       kFrame,
+       [](W& w) { w.bits(0, 16).bits(1, 6).se(1); }},
+      {"no order count", 0x01, kI, {.pocType = 2}, {}, kFrame, [](W& w) { w.bits(0, 4).se(1); }},
+      {"order count of type 1",
+       0x01,
+       kI,
+       {.pocType = 1},
+       {.bottomOrder = true},
+       kFrame,
+       [](W& w) { w.bits(0, 4).se(-70000).se(70000).se(1); }},
+      {"top field",
+       0x01,
+       kI,
+       {.pocType = 1, .frameMbsOnly = false},
+       {.bottomOrder = true},
+       kTop,
+       [](W& w) { w.bits(0, 4).flag(true).flag(false).se(9).se(1); }},
+      {"bottom field",
+       0x01,
+       kI,
+       {.frameMbsOnly = false},
+       {.bottomOrder = true},
+       kBottom,
+       [](W& w) { w.bits(0, 4).flag(true).flag(true).bits(3, 6).se(1); }},
+      {"frame among fields",
+       0x01,
+       kI,
+       {.frameMbsOnly = false},
+       {.bottomOrder = true},
+       kFrame,
+       [](W& w) { w.bits(0, 4).flag(false).bits(3, 6).se(-2).se(1); }},
+      {"colour plane",
+       0x01,
+       kI,
+       {.profile = 244, .chromaFormat = 3, .separateColourPlane = true},
+       {},
+       kFrame,
+       [](W& w) { w.bits(2, 2).bits(0, 4).bits(3, 6).se(1); }},
+      {"redundant picture, deblocking",
+       0x01,
+       kI,
+       {},
+       {.deblocking = true, .redundant = true},
+       kFrame,
+       [](W& w) { w.bits(0, 4).bits(3, 6).ue(127).se(1).ue(0).se(-6).se(6); }},
+      {"no deblocking",
+       0x01,
+       kI,
+       {},
+       {.deblocking = true},
+       kFrame,
+       [](W& w) { w.bits(0, 4).bits(3, 6).se(1).ue(1); }},
+      {"P with lists and marking",
+       0x41,
+       kP,
+       {},
+       {.cabac = true, .weightedBi = 1, .l0 = 9},
+       kFrame,
+       [](W& w) {
+         w.bits(1, 4).bits(3, 6).flag(false);
+         w.flag(true).ue(0).ue(65535).ue(1).ue(0).ue(2).ue(7).ue(3);
+         w.flag(true).ue(1).ue(3).ue(2).ue(4).ue(3).ue(5).ue(6).ue(4).ue(7).ue(5).ue(6).ue(8).ue(0);
+         w.ue(2).se(1);
+       }},
+      {"P with weights",
+       0x01,
+       kP,
+       {},
+       {.weighted = true, .l0 = 2},
+       kFrame,
+       [](W& w) {
+         w.bits(1, 4).bits(3, 6).flag(true).ue(2).flag(false).ue(5).ue(6);
+         w.flag(true).se(-128).se(127).flag(true).se(1).se(2).se(3).se(4);
+         w.flag(false).flag(false).flag(false).flag(true).se(1).se(2).se(3).se(-128).se(1);
+       }},
+      {"B with weights, monochrome",
+       0x01,
+       kB,
+       {.profile = 100, .chromaFormat = 0},
+       {.cabac = true, .weighted = true, .weightedBi = 1, .l1 = 2},
+       kFrame,
+       [](W& w) {
+         w.bits(1, 4).bits(3, 6).flag(true).flag(false).flag(false).flag(true).ue(1).ue(2).ue(3);
+         w.ue(7).flag(true).se(1).se(2).flag(false).flag(true).se(3).se(4).ue(0).se(1);
+       }},
+      {"B with implicit weights",
+       0x01,
+       kB,
+       {},
+       {.weightedBi = 2},
+       kFrame,
+       [](W& w) { w.bits(1, 4).bits(3, 6).flag(false).flag(true).ue(31).ue(31).zeros(2).se(1); }},
+      {"SP with weights",
+       0x41,
+       kSP,
+       {},
+       {.cabac = true, .weighted = true},
+       kFrame,
+       [](W& w) {
+         w.bits(1, 4).bits(3, 6).flag(false).flag(false).ue(1).ue(1).flag(false).flag(false);
+         w.flag(false).ue(0).se(1).flag(true).se(-9);
+       }},
+      {"SI",
+       0x21,
+       kSI,
+       {},
+       {.cabac = true, .weighted = true},
+       kFrame,
+       [](W& w) { w.bits(1, 4).bits(3, 6).flag(false).se(1).se(-9); }},
+      // 12 map units in steps of 5: 2.4 + 1 cycles take 2 bits; in steps of 3 or 1: 3 and 4
+      {"slice groups",
+       0x01,
+       kI,
+       {},
+       {.mapType = 3, .changeRate = 5},
+       kFrame,
+       [](W& w) { w.bits(1, 4).bits(3, 6).se(1).bits(3, 2); }},
+      {"slice groups",
+       0x01,
+       kI,
+       {},
+       {.mapType = 4, .changeRate = 3},
+       kFrame,
+       [](W& w) { w.bits(1, 4).bits(3, 6).se(1).bits(4, 3); }},
+      {"slice groups",
+       0x01,
+       kI,
+       {},
+       {.mapType = 5, .changeRate = 1},
+       kFrame,
+       [](W& w) { w.bits(1, 4).bits(3, 6).se(1).bits(12, 4); }},
+      {"data partition A", 0x02, kI, {}, {.id = 255}, kFrame, [](W& w) { w.bits(1, 4).bits(3, 6).se(1); }},
+      {"auxiliary picture", 0x13, kI, {}, {}, kFrame, [](W& w) { w.bits(1, 4).bits(3, 6).se(1); }},
+  };
+  return slices;
+}
+
+// The first byte of the unit that has so many payload bytes before it.
+size_t placeOf(const Bytes& unit, size_t payloadOffset) {
+  size_t zeros = 0;
+  for (size_t i = 0; i < unit.size(); ++i) {
+    const bool emulation = zeros >= 2 && unit[i] == 3;
+    if (!emulation && payloadOffset-- == 0) return i;
+    zeros = unit[i] == 0 ? zeros + 1 : 0;
+  }
+  return unit.size();
+}
+
+TEST(H264Slice, HeadersOfEveryForm) {
+  for (const Written& written : writtenSlices()) {
+    const BitWriter header = written.write();
+    const size_t bits = header.bitCount() - 8;
+    const Bytes sps = written.sps.unit(), pps = written.pps.unit();
+    for (const size_t dataBits : {0, 5, 200, 40000}) {
+      BitWriter writer = header;
+      const Bytes slice = writer.zeros(dataBits).unit();
+      const size_t clear = placeOf(slice, (header.bitCount() + 7) / 8);
+      EXPECT_EQ(measure(slice, sps, pps), (Measured{0, bits, clear})) << written.what;
+      EXPECT_EQ(typeOf(slice, sps), written.type) << written.what;
+      uint32_t ppsID = 99;
+      EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(slice.data(), slice.size(), &ppsID), 0);
+      EXPECT_EQ(ppsID, written.pps.id);
+    }
+    for (size_t length = 1; length < header.bitCount() / 8; ++length)  // whole bytes of it, no stop bit
+      EXPECT_EQ(
+          measure(Bytes(header.bytes().begin(), header.bytes().begin() + static_cast<ptrdiff_t>(length)), sps,
+                  pps)
+              .status,
+          kUnreadable)
+          << written.what << " " << length;
+  }
+}
+
+TEST(H264Slice, EmulationPreventionBytesBelongToWhatStandsBeforeThem) {
+  const Bytes sps = SPSFields{.pocType = 2}.unit(), pps = PPSFields{}.unit();
+  // 64 bits of which the last 21, of a slice_qp_delta, are 0
+  const Bytes header = BitWriter().bits(0x01, 8).ue(0).ue(kI + 5).ue(0).zeros(4).code(21).bytes();
+  ASSERT_EQ(header.size(), 8u);
+  const struct {
+    Bytes behind;
+    size_t clear;
+  } cases[] = {{{0xFF, 0, 0, 3, 1}, 8}, {{3, 1, 2}, 9}, {{3, 0, 0, 3}, 9}, {{3}, 9}, {{}, 8}};
+  for (const auto& c : cases) {
+    Bytes slice = header;
+    slice.insert(slice.end(), c.behind.begin(), c.behind.end());
+    EXPECT_EQ(measure(slice, sps, pps), (Measured{0, 56, c.clear}));
+  }
+}
+
+TEST(H264Slice, RefusesWhatItCannotFollow) {
+  const Bytes sps = SPSFields{}.unit(), pps = PPSFields{}.unit();
+  const auto slice = [](uint8_t header, uint32_t type, const std::function<void(BitWriter&)>& rest) {
+    BitWriter writer;
+    writer.bits(header, 8).ue(0).ue(type);
+    rest(writer);
+    return writer.zeros(100).unit();
+  };
+  const auto good = [](BitWriter& w) { w.ue(0).bits(0, 4).bits(0, 6).flag(false).flag(false).se(0); };
+  EXPECT_EQ(measure(slice(0x01, kP, good), sps, pps).status, 0);
+  const struct {
+    const char* what;
+    Bytes slice;
+    PVStatus status;
+  } cases[] = {
+      {"SEI", slice(0x06, kP, good), kInvalid},
+      {"data partition B", slice(0x03, kP, good), kInvalid},
+      {"multiview slice", slice(0x74, kP, good), kInvalid},
+      {"unknown type", slice(0x01, 10, good), kUnreadable},
+      {"PPS 256", slice(0x01, kI, [](BitWriter& w) { w.ue(256); }), kUnreadable},
+      {"another PPS", slice(0x01, kI, [](BitWriter& w) { w.ue(1); }), kInvalid},
+      {"33 references", slice(0x01, kP, [](BitWriter& w) { w.ue(0).zeros(10).flag(true).ue(32); }),
+       kUnreadable},
+      {"unknown list change", slice(0x01, kP, [](BitWriter& w) { w.ue(0).zeros(11).flag(true).ue(4); }),
+       kUnreadable},
+      {"unknown marking", slice(0x21, kI, [](BitWriter& w) { w.ue(0).zeros(10).flag(true).ue(7); }),
+       kUnreadable},
+  };
+  for (const auto& c : cases) EXPECT_EQ(measure(c.slice, sps, pps).status, c.status) << c.what;
+  const Bytes fine = slice(0x01, kP, good);
+  EXPECT_EQ(measure(fine, SPSFields{.id = 1}.unit(), pps).status, kInvalid);
+  EXPECT_EQ(measure(fine, SPSFields{.log2MaxFrameNum = 17}.unit(), pps).status, kUnreadable);
+  EXPECT_EQ(measure(fine, pps, pps).status, kInvalid);
+  EXPECT_EQ(measure(fine, sps, sps).status, kInvalid);
+  EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(nullptr, 5, nullptr), kInvalid);
+  EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(sps.data(), sps.size(), nullptr), kInvalid);
+}
+
+// Marking operations without end: read on up to a point.
+TEST(H264Slice, LongHeadersAreFollowedSoFar) {
+  const Bytes sps = SPSFields{}.unit(), pps = PPSFields{}.unit();
+  for (const uint32_t operations : {100u, 600u, 4000u}) {
+    BitWriter header;
+    header.bits(0x21, 8).ue(0).ue(kI).ue(0).zeros(10).flag(true);
+    for (uint32_t i = 0; i < operations; ++i) header.ue(1).code(7);  // 18 bits
+    header.ue(0).se(0);
+    BitWriter writer = header;
+    const Bytes slice = writer.zeros(3000).unit();
+    const bool followed = operations < 4000;
+    EXPECT_EQ(measure(slice, sps, pps).status, followed ? 0 : kUnreadable);
+    EXPECT_EQ(measure(slice, sps, pps).bits, followed ? header.bitCount() - 8 : 0);
+  }
+}
+
+using Info = KivH264HLSfMP4ParsingInfoRef;
+
+PVStatus createInfo(const std::vector<Bytes>& sets, Info* out, BRAllocatorRef allocator = nullptr) {
+  std::vector<const uint8_t*> pointers;
+  std::vector<size_t> sizes;
+  for (const Bytes& set : sets) {
+    pointers.push_back(set.data());
+    sizes.push_back(set.size());
+  }
+  br::Ref<const BRData> avcC;
+  EXPECT_EQ(KivH264Bridge_CreateAVCCFromH264ParameterSets(nullptr, sets.size(), pointers.data(), sizes.data(),
+                                                          4, nullptr, nullptr, avcC.out()),
+            0);
+  return KivH264Bridge_CreateHLSfMP4ParsingInfoFromAVCCData(allocator, avcC.get(), out);
+}
+
+TEST(H264Segment, LocatesTheHeadersOfSlices) {
+  const Bytes sps31 = SPSFields{.id = 31, .pocType = 2}.unit();
+  const Bytes extension = BitWriter().bits(0x6D, 8).ue(0).ue(0).unit();
+  Info info = nullptr;
+  ASSERT_EQ(createInfo({SPSFields{}.unit(), sps31, extension, PPSFields{}.unit(),
+                        PPSFields{.id = 255, .spsID = 31}.unit(), PPSFields{.id = 7, .spsID = 9}.unit()},
+                       &info),
+            0);
+  const auto locate = [&](const Bytes& unit, bool& encryptable, size_t& clear) {
+    return KivH264Bridge_LocateSliceHeaderForHLSfMP4EncryptableNAL(info, unit.data(), unit.size(),
+                                                                   &encryptable, &clear);
+  };
+  const auto slice = [](uint8_t header, uint32_t ppsID) {
+    return BitWriter().bits(header, 8).ue(0).ue(kI).ue(ppsID).bits(0, 4).se(0).zeros(100).unit();
+  };
+  bool encryptable = false;
+  size_t clear = 0;
+  EXPECT_EQ(locate(slice(0x01, 255), encryptable, clear), 0);  // 8 + 1 + 3 + 17 + 4 + 1 bits
+  EXPECT_TRUE(encryptable);
+  EXPECT_EQ(clear, 5u);
+  for (const uint8_t header : {0x02, 0x06, 0x67, 0x13, 0x14}) {
+    EXPECT_EQ(locate(slice(header, 255), encryptable, clear), 0);
+    EXPECT_FALSE(encryptable);
+    EXPECT_EQ(clear, slice(header, 255).size());
+  }
+  EXPECT_EQ(locate(slice(0x01, 8), encryptable, clear), kInvalid);  // not in the record
+  EXPECT_EQ(locate(slice(0x01, 7), encryptable, clear), kInvalid);  // nor is its SPS
+  EXPECT_EQ(locate({0x01}, encryptable, clear), kUnreadable);
+  EXPECT_EQ(locate({}, encryptable, clear), kInvalid);
+  KivH264Bridge_HLSfMP4ParsingInfoDestroy(info);
+  KivH264Bridge_HLSfMP4ParsingInfoDestroy(nullptr);
+}
+
+TEST(H264Segment, InfosNeedReadableSetsAndMemory) {
+  Info info = reinterpret_cast<Info>(&info);
+  EXPECT_EQ(createInfo({SPSFields{.id = 32}.unit(), PPSFields{}.unit()}, &info), kUnreadable);
+  EXPECT_EQ(info, nullptr);
+  EXPECT_EQ(createInfo({SPSFields{}.unit(), PPSFields{.id = 256}.unit()}, &info), kUnreadable);
+  EXPECT_EQ(createInfo({SPSFields{}.unit(), {0x68, 0xE0}}, &info), kUnreadable);
+  EXPECT_EQ(KivH264Bridge_CreateHLSfMP4ParsingInfoFromAVCCData(nullptr, nullptr, &info), kInvalid);
+  EXPECT_EQ(KivH264Bridge_LocateSliceHeaderForHLSfMP4EncryptableNAL(nullptr, nullptr, 0, nullptr, nullptr),
+            kInvalid);
+  EXPECT_EQ(walkAllocationFailures([](BRAllocatorRef allocator) {
+              Info made = nullptr;
+              const PVStatus status = createInfo({kHighSPS, kHighPPS}, &made, allocator);
+              EXPECT_TRUE(status == 0 || status == kKivBridgeError_AllocationFailed);
+              EXPECT_EQ(made != nullptr, status == 0);
+              KivH264Bridge_HLSfMP4ParsingInfoDestroy(made);
+              return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
+            }),
+            1);
+}
+
+}  // namespace
