@@ -8,8 +8,7 @@
 
 namespace {
 
-// Atoms that hold nothing but atoms, wherever they stand. 'stsd' and 'dref' hold a count first and are left
-// closed.
+// Atoms that hold nothing but atoms, wherever they stand. 'dref' holds a count first and is left closed.
 constexpr std::array kContainers = {
     fourCC("clip"), fourCC("cmov"), fourCC("dinf"), fourCC("edts"), fourCC("gmhd"), fourCC("hinf"),
     fourCC("hnti"), fourCC("ilst"), fourCC("ipco"), fourCC("iprp"), fourCC("matt"), fourCC("mdia"),
@@ -19,6 +18,16 @@ constexpr std::array kContainers = {
     fourCC("trgr"), fourCC("udta"),
 };
 static_assert(std::ranges::is_sorted(kContainers));
+
+// Sample entries of video; others may have a colour table behind their fields, or fields of their own.
+constexpr std::array kVisualEntries = {
+    fourCC("ap4h"), fourCC("ap4x"), fourCC("apch"), fourCC("apcn"), fourCC("apco"),
+    fourCC("apcs"), fourCC("av01"), fourCC("avc1"), fourCC("avc2"), fourCC("avc3"),
+    fourCC("avc4"), fourCC("dva1"), fourCC("dvav"), fourCC("dvh1"), fourCC("dvhe"),
+    fourCC("encv"), fourCC("hev1"), fourCC("hev2"), fourCC("hvc1"), fourCC("hvc2"),
+    fourCC("mp4v"), fourCC("vp08"), fourCC("vp09"), fourCC("vvc1"), fourCC("vvi1"),
+};
+static_assert(std::ranges::is_sorted(kVisualEntries));
 
 constexpr std::array kFirstAtoms = {
     fourCC("PICT"), fourCC("emsg"), fourCC("free"), fourCC("ftyp"), fourCC("mdat"), fourCC("meta"),
@@ -45,6 +54,9 @@ std::string typeText(PVFourCharCode type) {
 Contents contentsOf(PVFourCharCode type, PVFourCharCode parent) {
   const bool filler = type == fourCC("free") || type == fourCC("skip");
   if (parent == fourCC("tref") || filler) return Contents::Data;
+  if (parent == fourCC("stsd"))
+    return std::ranges::binary_search(kVisualEntries, type) ? Contents::VisualEntry : Contents::Data;
+  if (type == fourCC("stsd")) return Contents::Entries;
   if (parent == fourCC("ilst")) return Contents::Atoms;
   if (parent == fourCC("gmhd") && type == fourCC("tmcd")) return Contents::Atoms;
   if (type == fourCC("meta")) return Contents::Meta;

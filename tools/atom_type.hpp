@@ -21,11 +21,14 @@ std::string typeText(PVFourCharCode type);
 enum class Contents {
   Data,  // bytes
   Atoms,
-  Meta  // atoms, behind version and flags in ISO files (ISO/IEC 14496-12 8.11.1) but not in QuickTime ones
+  Meta,  // atoms, behind version and flags in ISO files (ISO/IEC 14496-12 8.11.1) but not in QuickTime ones
+  Entries,     // atoms, behind version, flags and their count (8.5.2)
+  VisualEntry  // atoms, behind the fields of a visual sample entry (12.1.3)
 };
 
 // It depends on the enclosing atom too: every item of an 'ilst' holds atoms, and 'tmcd' does in a 'gmhd' but
-// is a list of track IDs in a 'tref'. parent is 0 at the top.
+// is a list of track IDs in a 'tref'. Of sample entries those of video codecs are known to hold atoms. parent
+// is 0 at the top.
 Contents contentsOf(PVFourCharCode type, PVFourCharCode parent);
 
 // Whether movie files are known to begin with such an atom.

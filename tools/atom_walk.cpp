@@ -96,7 +96,11 @@ bool AtomWalk::begin(Atom& atom, const KivAtomStream* stream, std::optional<Dama
     types_.pop_back();
     return true;
   }
-  const int64_t start = contents == Contents::Meta ? childrenOffset(atom, end) : atom.dataOffset();
+  const int64_t start = childrenOffset(atom, contents, end);
+  if (stream && start > end)
+    visitor_.damaged({path(), atom.offset, kKivAtomStreamError_OutOfBounds,
+                      fmt::format("its data are {} bytes, too few for its {} bytes of fields",
+                                  end - atom.dataOffset(), start - atom.dataOffset())});
   if (start < end && levels_.size() == kMaxDepth) {
     visitor_.damaged({path(), atom.offset, kKivAtomStreamError_MalformedAtom,
                       fmt::format("atoms nested more than {} deep are not looked into", kMaxDepth)});
@@ -131,7 +135,7 @@ bool AtomWalk::damagedHeader(PVStatus status) {
   Level& level = levels_.back();
   level.finished = true;
   const Header header = readHeader(nextOffset(level), level.end);
-  if (status == kKivAtomStreamError_NotEnoughData && (level.cutOff || endsUserData(header))) return true;
+  if (status == kKivAtomStreamError_NotEnoughData && (level.cutOff || endsList(header))) return true;
   if (status == kKivAtomStreamError_MalformedAtom && header.isSound()) return truncatedAtom(header);
   if (header.isTyped()) {
     level.type = header.type();
@@ -142,10 +146,11 @@ bool AtomWalk::damagedHeader(PVStatus status) {
   return true;
 }
 
-// QuickTime lets a zero of 32 bits end the list in a 'udta'.
-bool AtomWalk::endsUserData(const Header& header) const {
-  return header.left == 4 && header.count == 4 && header.number(0, 4) == 0 && levels_.size() > 1 &&
-         types_.back() == fourCC("udta");
+// QuickTime lets a zero of 32 bits end the list in a 'udta' and in a sample entry.
+bool AtomWalk::endsList(const Header& header) const {
+  if (header.left != 4 || header.count != 4 || header.number(0, 4) != 0 || levels_.size() < 2) return false;
+  return types_.back() == fourCC("udta") ||
+         (types_.size() > 1 && types_[types_.size() - 2] == fourCC("stsd"));
 }
 
 std::string AtomWalk::describe(const Header& header, PVStatus status) const {
@@ -200,9 +205,13 @@ bool AtomWalk::truncatedAtom(const Header& header) {
   return begin(atom, nullptr, std::move(cut));
 }
 
-// Where the atoms of a 'meta' begin. Version and flags of an ISO one are all 0; a QuickTime one begins with
-// the size of its first atom.
-int64_t AtomWalk::childrenOffset(const Atom& atom, int64_t end) const {
+// Where the atoms in an atom begin, which may be behind its end. Version and flags of an ISO 'meta' are all
+// 0; a QuickTime one begins with the size of its first atom.
+int64_t AtomWalk::childrenOffset(const Atom& atom, Contents contents, int64_t end) const {
+  constexpr int64_t kCountBytes = 8, kVisualFieldBytes = 78;
+  if (contents == Contents::Entries) return atom.dataOffset() + kCountBytes;
+  if (contents == Contents::VisualEntry) return atom.dataOffset() + kVisualFieldBytes;
+  if (contents != Contents::Meta) return atom.dataOffset();
   const Header first = readHeader(atom.dataOffset(), end);
   const bool full = first.count >= 4 && first.number(0, 4) == 0;
   return atom.dataOffset() + (full ? 4 : 0);
@@ -225,8 +234,9 @@ AtomWalk::Header AtomWalk::readHeader(int64_t offset, int64_t end) const {
   return header;
 }
 
-// Whether another atom of the current type comes on the level, for the numbers in paths. The first question looks
-// ahead to the level's end with a copy of the cursor and counts all types, so that many questions cost no more.
+// Whether another atom of the current type comes on the level, for the numbers in paths. The first question
+// looks ahead to the level's end with a copy of the cursor and counts all types, so that many questions cost
+// no more.
 bool AtomWalk::isFollowed(Level& level) const {
   if (level.finished) return false;
   if (level.totals.empty()) {

@@ -10,6 +10,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "atom_type.hpp"
+#include "damage.hpp"
+
 struct Atom {
   PVFourCharCode type = 0;
   int64_t offset = 0;      // of the header, in the file
@@ -20,14 +23,6 @@ struct Atom {
   bool truncated = false;  // there is less of it than its size says
 
   int64_t dataOffset() const { return offset + headerSize; }
-};
-
-// Something wrong with the file.
-struct Damage {
-  std::string path;  // "moov/trak[2]/mdia": the atom concerned; empty for the file itself
-  int64_t offset;    // in the file
-  PVStatus status;
-  std::string message;
 };
 
 class AtomWalk;
@@ -45,8 +40,8 @@ class AtomVisitor {
   ~AtomVisitor() = default;
 };
 
-// Levels that are open wait on a list, not on the call stack, and no atom is kept once it has been shown: memory grows
-// with depth and with the number of different types on a level.
+// Levels that are open wait on a list, not on the call stack, and no atom is kept once it has been shown:
+// memory grows with depth and with the number of different types on a level.
 //
 // An atom that claims more than there is, is shown and entered as far as it goes: a file cut short shows
 // every atom before the cut. Of such a chain the innermost atom is reported, once. Any other damaged header
@@ -89,9 +84,9 @@ class AtomWalk {
   void leave();
   bool damagedHeader(PVStatus status);
   bool truncatedAtom(const Header& header);
-  bool endsUserData(const Header& header) const;
+  bool endsList(const Header& header) const;
   std::string describe(const Header& header, PVStatus status) const;
-  int64_t childrenOffset(const Atom& atom, int64_t end) const;
+  int64_t childrenOffset(const Atom& atom, Contents contents, int64_t end) const;
   int64_t nextOffset(const Level& level) const;
   Header readHeader(int64_t offset, int64_t end) const;
   bool isFollowed(Level& level) const;

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "damage.hpp"
+
 // A count of units on a timescale, either of which the file may lack or leave open.
 struct Duration {
   std::optional<uint64_t> value;  // empty when not stored, or stored as "unknown" (all ones)
@@ -34,11 +36,6 @@ struct TrackFacts {
   std::optional<uint64_t> duration;        // mdhd, on the track's timescale
   std::optional<uint64_t> editedDuration;  // tkhd, on the movie's timescale
   std::vector<Edit> edits;                 // elst
-};
-
-struct Fault {
-  PVStatus status;
-  std::string message;
 };
 
 // Gathers the facts of the first moov/mvhd and moov/mvex/mehd and of every moov/trak (ISO/IEC

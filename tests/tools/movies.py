@@ -9,6 +9,10 @@ CONTAINERS = set(
     "moov trak mdia minf dinf stbl edts udta mvex moof traf mfra ilst tref gmhd tapt clip matt cmov rmra rmda meco "
     "sinf schi rinf strk strd trgr hinf hnti iprp ipco".split()
 )
+VISUAL_ENTRIES = set(
+    "avc1 avc2 avc3 avc4 hvc1 hev1 hvc2 hev2 dva1 dvav dvh1 dvhe encv mp4v vp08 vp09 av01 vvc1 vvi1 ap4h ap4x apch apcn "
+    "apcs apco".split()
+)
 
 
 # --- building --------------------------------------------------------------------------------------------------------
@@ -102,7 +106,8 @@ def read_atoms(data, start=0, end=None, parents=()):
     end = len(data) if end is None else end
     atoms = []
     while start < end:
-        if parents[-1:] == (b"udta",) and end - start == 4 and data[start:end] == bytes(4):
+        zero_may_end = parents[-1:] == (b"udta",) or parents[-2:-1] == (b"stsd",)
+        if zero_may_end and end - start == 4 and data[start:end] == bytes(4):
             break
         size, kind = struct.unpack_from(">I4s", data, start)
         header = 8
@@ -122,6 +127,10 @@ def read_atoms(data, start=0, end=None, parents=()):
         if holds_atoms(kind, parents):
             if kind == b"meta" and data[inside : inside + 4] == bytes(4):
                 inside += 4
+            elif kind == b"stsd":
+                inside += 8
+            elif parents[-1:] == (b"stsd",):
+                inside += 78
             one["children"] = read_atoms(data, inside, start + size, parents + (kind,))
         atoms.append(one)
         start += size
@@ -132,7 +141,9 @@ def holds_atoms(kind, parents):
     parent = parents[-1] if parents else b""
     if kind in (b"free", b"skip") or parent == b"tref":
         return False
-    if parent == b"ilst" or kind == b"meta" or (parent, kind) == (b"gmhd", b"tmcd"):
+    if parent == b"stsd":
+        return type_text(kind) in VISUAL_ENTRIES
+    if parent == b"ilst" or kind in (b"meta", b"stsd") or (parent, kind) == (b"gmhd", b"tmcd"):
         return True
     return type_text(kind) in CONTAINERS
 
