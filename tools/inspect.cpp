@@ -12,6 +12,9 @@
 #include <cstring>
 
 #include "atom_walk.hpp"
+#include "configuration_record.hpp"
+#include "elementary_stream.hpp"
+#include "file_kind.hpp"
 #include "movie_facts.hpp"
 #include "output.hpp"
 #include "report.hpp"
@@ -37,7 +40,7 @@ class File {
     if (descriptor_ >= 0 && fstat(descriptor_, &info) != 0) return std::strerror(errno);
     if (S_ISDIR(info.st_mode)) return "Is a directory";
     if (!S_ISREG(info.st_mode))
-      return "Not a regular file; atoms are read out of order, which only a file allows";
+      return "Not a regular file; it is read out of order, which only a file allows";
     PVStatus status =
         KivByteStreamCreateForFileDescriptor(nullptr, descriptor_, kKivByteStreamFile_ReadOnly, &stream_);
     if (status == kPVStatus_Success) status = KivByteStreamGetTotalLength(stream_, &size_);
@@ -53,8 +56,9 @@ class File {
   int64_t size_ = 0;
 };
 
-// Hands every atom on to the report and to the facts, and keeps what is wrong for the end.
-class Inspection final : public AtomVisitor {
+// Hands every atom on to the report and to the facts, and keeps what is wrong, and a movie's parameter sets,
+// for the end.
+class Inspection final : public AtomVisitor, public ParameterSetVisitor {
  public:
   Inspection(Report& report, const Output& output) : report_(report), output_(output) {}
 
@@ -62,18 +66,41 @@ class Inspection final : public AtomVisitor {
     report_.beginAtom(atom);
     if (auto fault = facts_.read(walk.types(), stream))
       damages_.push_back({walk.path(), atom.offset, fault->status, std::move(fault->message)});
+    if (const auto codec = codecOfRecord(atom.type); codec && stream)
+      visitConfigurationRecord(*codec, stream, atom.offset, walk.path(), *this);
     return output_.error() == 0;
   }
   void endAtom() override { report_.endAtom(); }
+  bool parameterSet(ParameterSet set) override {
+    if (isMovie_)
+      sets_.push_back(std::move(set));
+    else
+      report_.parameterSet(set);
+    return output_.error() == 0;
+  }
   void damaged(Damage damage) override { damages_.push_back(std::move(damage)); }
 
-  const MovieFacts& facts() const { return facts_; }
+  void inspectMovie(const File& file, const std::string& fileName) {
+    isMovie_ = true;
+    report_.beginMovie(fileName, file.size());
+    AtomWalk(file.stream(), file.size(), *this).run();
+    report_.endMovie(facts_, sets_);
+  }
+  void inspectStream(const File& file, const std::string& fileName, std::optional<Codec> codec) {
+    report_.beginStream(fileName, file.size());
+    visitElementaryStream(file.stream(), file.size(), codecOfStream(file.stream(), file.size(), codec),
+                          *this);
+    report_.endStream();
+  }
+
   const std::vector<Damage>& damages() const { return damages_; }
 
  private:
   Report& report_;
   const Output& output_;
+  bool isMovie_ = false;
   MovieFacts facts_;
+  std::vector<ParameterSet> sets_;
   std::vector<Damage> damages_;
 };
 
@@ -88,9 +115,12 @@ ExitStatus inspect(const std::string& fileName, bool json) {
   Output output;
   const auto report = json ? makeJsonReport(output) : makeTextReport(output);
   Inspection inspection(*report, output);
-  report->begin(fileName, file.size());
-  AtomWalk(file.stream(), file.size(), inspection).run();
-  report->end(inspection.facts(), inspection.damages());
+  const FileKind kind = fileKindOf(file.stream(), file.size(), fileName);
+  if (kind.movie)
+    inspection.inspectMovie(file, fileName);
+  else
+    inspection.inspectStream(file, fileName, kind.codec);
+  report->end(inspection.damages());
   if (!output.flush()) {
     // whoever closed the pipe has seen enough
     if (output.error() != EPIPE) complain("standard output", std::strerror(output.error()));

@@ -1,4 +1,4 @@
-// pevrin inspect: the atoms, times and tracks of one file.
+// pevrin inspect: the atoms, times, tracks and parameter sets of one file.
 #pragma once
 
 #include <string>

@@ -35,8 +35,9 @@ class JsonReport final : public Report {
  public:
   explicit JsonReport(Output& output) : output_(output) {}
 
-  void begin(const std::string& fileName, int64_t fileSize) override {
-    output_.print("{{\"file\":{},\n\"size\":{},\n\"atoms\":[", literal(fileName), fileSize);
+  void beginMovie(const std::string& fileName, int64_t fileSize) override {
+    begin(fileName, fileSize);
+    output_.write("\"atoms\":[");
   }
 
   void beginAtom(const Atom& atom) override {
@@ -58,7 +59,7 @@ class JsonReport final : public Report {
     first_ = false;
   }
 
-  void end(const MovieFacts& facts, const std::vector<Damage>& damages) override {
+  void endMovie(const MovieFacts& facts, const std::vector<ParameterSet>& sets) override {
     const PVTime duration = facts.duration().time();
     if (facts.hasMovie()) {
       output_.print("],\n\"movie\":{{\"timescale\":{},\"duration\":{},\"seconds\":{}}},\n",
@@ -69,7 +70,32 @@ class JsonReport final : public Report {
     output_.write("\"tracks\":[");
     first_ = true;
     for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
-    output_.write("],\n\"errors\":[");
+    output_.write("],\n\"parameterSets\":[");
+    first_ = true;
+    for (const ParameterSet& set : sets) parameterSet(set);
+    endStream();
+  }
+
+  void beginStream(const std::string& fileName, int64_t fileSize) override {
+    begin(fileName, fileSize);
+    output_.write("\"parameterSets\":[");
+  }
+
+  void parameterSet(const ParameterSet& set) override {
+    constexpr const char* kKinds[] = {"vps", "sps", "pps"};
+    separate();
+    output_.print(R"({{"kind":"{}","codec":"{}","offset":{},"id":{})", kKinds[static_cast<int>(set.kind)],
+                  set.codec == Codec::H264 ? "h264" : "hevc", set.offset, set.id);
+    if (set.kind == SetKind::SPS) writeSequence(set.sequence);
+    if (set.kind == SetKind::PPS) output_.print(R"(,"spsId":{})", set.spsId);
+    if (!set.path.empty()) output_.print(R"(,"path":{})", literal(set.path));
+    output_.write("}");
+  }
+
+  void endStream() override { output_.write("],\n"); }
+
+  void end(const std::vector<Damage>& damages) override {
+    output_.write("\"errors\":[");
     first_ = true;
     for (const Damage& damage : damages) {
       separate();
@@ -83,6 +109,26 @@ class JsonReport final : public Report {
   void separate() {
     output_.write(first_ ? "\n" : ",\n");
     first_ = false;
+  }
+
+  void begin(const std::string& fileName, int64_t fileSize) {
+    output_.print("{{\"file\":{},\n\"size\":{},\n", literal(fileName), fileSize);
+  }
+
+  void writeSequence(const SequenceFacts& facts) {
+    output_.print(R"(,"profile":{},"level":{})", facts.profile, facts.level);
+    if (facts.width != 0) output_.print(R"(,"width":{},"height":{})", facts.width, facts.height);
+    if (facts.interlaced) output_.print(R"(,"interlaced":{})", *facts.interlaced);
+    if (facts.frameRate) output_.print(R"(,"frameRate":{})", *facts.frameRate);
+    if (const auto& ratio = facts.pixelAspectRatio)
+      output_.print(R"(,"pixelAspectRatio":{{"horizontal":{},"vertical":{}}})", ratio->first, ratio->second);
+    if (const auto& colour = facts.colour)
+      output_.print(R"(,"colour":{{"primaries":{},"transfer":{},"matrix":{}}})", colour->primaries,
+                    colour->transfer, colour->matrix);
+    if (facts.fullRange) output_.print(R"(,"fullRange":{})", *facts.fullRange);
+    if (const auto& location = facts.chromaLocation)
+      output_.print(R"(,"chromaLocation":{{"topField":{},"bottomField":{}}})", location->first,
+                    location->second);
   }
 
   void writeTrack(const MovieFacts& facts, const TrackFacts& track) {

@@ -13,12 +13,24 @@
 namespace {
 
 constexpr const char* kInspectFooter =
-    R"(The text shows one line per atom (offset, size and header size in bytes, type),
-then the duration of the movie, and for each track its id, kind, timescale,
-duration and edits. Times are exact: 00:00:05 (64000/12800) is 64000 units of
-1/12800 second.
+    R"(FILE is one of these. Its content decides which: a movie begins with an atom, an
+elementary stream with a start code. Only when the content fits neither does the
+name count (.h264 .264 .avc .jsv .jvt .26l, .hevc .h265 .265 .hvc .bit).
+  a movie                MP4, QuickTime and their kin
+  an elementary stream   H.264 or HEVC in byte stream format (Annex B)
+  a parameter set        one NAL unit of H.264 or HEVC without a start code
+Whether a stream is H.264 or HEVC is told by its name if it has parameter sets of
+that codec, and otherwise by its first parameter set.
 
-With --json the output is one object:
+Of a movie the text shows one line per atom (offset, size and header size in
+bytes, type), then the duration of the movie, and for each track its id, kind,
+timescale, duration and edits. Times are exact: 00:00:05 (64000/12800) is 64000
+units of 1/12800 second. Then, and of an elementary stream alone, it shows the
+parameter sets: a movie's from each 'avcC' and 'hvcC' atom, a stream's in their
+order, where a set that is repeated without a change is listed once.
+
+With --json the output is one object; an elementary stream or a parameter set
+has no atoms, movie and tracks:
   file, size   the name as given and the length in bytes
   atoms        list of {type, offset, size, headerSize}; with uuid when the
                type is 'uuid', children when the atom holds atoms, and
@@ -32,8 +44,20 @@ With --json the output is one object:
                {segmentDuration, mediaTime, rate}, the first in units of the
                movie's timescale, the second in units of the track's, or -1
                for an empty edit
+  parameterSets
+               list of {kind, codec, offset, id, ...}: kind is "sps", "pps" or
+               "vps", codec "h264" or "hevc", offset that of the NAL unit in the
+               file; in a movie also path, the atom that holds it. A "pps" has
+               spsId. An "sps" has profile, level, width, height, interlaced,
+               frameRate, pixelAspectRatio: {horizontal, vertical}, colour:
+               {primaries, transfer, matrix}, fullRange, and chromaLocation:
+               {topField, bottomField}. Width and height are those inside the
+               cropping, the rate is per second and counts pictures (fields
+               where pictures are fields), interlaced and fullRange are true or
+               false; everything else is a number as coded. What a set does not
+               say has no key
   errors       list of {path, offset, status, message}
-What a file leaves unknown is null. Bytes of a type that are not printable ASCII
+What a movie leaves unknown is null. Bytes of a type that are not printable ASCII
 are written \xHH, and bytes of a file name that are not UTF-8 as U+FFFD.
 
 Damage is also reported on standard error. Everything that can be read is shown.
@@ -41,7 +65,7 @@ Exit status: 0 the file is sound, 1 it is damaged (an empty file is), 2 it could
 not be read or the command was wrong.)";
 
 ExitStatus run(int argc, char** argv) {
-  CLI::App app("Looks into movie files (MP4, QuickTime and their kin).", "pevrin");
+  CLI::App app("Looks into movie files (MP4, QuickTime and their kin) and H.264 and HEVC streams.", "pevrin");
   app.set_version_flag("--version", "pevrin " PEVRIN_VERSION, "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.require_subcommand(1);
@@ -49,8 +73,10 @@ ExitStatus run(int argc, char** argv) {
 
   std::string fileName;
   bool json = false;
-  CLI::App* command = app.add_subcommand("inspect", "Show the atoms, durations and tracks of a movie file");
-  command->add_option("FILE", fileName, "The movie file")->required()->type_name("");
+  CLI::App* command = app.add_subcommand(
+      "inspect",
+      "Show the atoms, times and tracks of a movie, and the parameter sets of a movie or a video stream");
+  command->add_option("FILE", fileName, "The movie, stream or parameter set")->required()->type_name("");
   command->add_flag("--json", json, "Write one JSON object instead of text");
   command->footer(kInspectFooter);
 

@@ -1,5 +1,5 @@
-// How an inspected file is written down: as text for people, as JSON for programs. Both write the atoms as
-// they come.
+// How an inspected file is written down: as text for people, as JSON for programs. Both write the atoms of a
+// movie, and the parameter sets of an elementary stream, as they come.
 #pragma once
 
 #include <memory>
@@ -9,14 +9,22 @@
 #include "atom_walk.hpp"
 #include "movie_facts.hpp"
 #include "output.hpp"
+#include "parameter_sets.hpp"
 
 class Report {
  public:
   virtual ~Report() = default;
-  virtual void begin(const std::string& fileName, int64_t fileSize) = 0;
+
+  virtual void beginMovie(const std::string& fileName, int64_t fileSize) = 0;
   virtual void beginAtom(const Atom& atom) = 0;
   virtual void endAtom() = 0;  // of a container
-  virtual void end(const MovieFacts& facts, const std::vector<Damage>& damages) = 0;
+  virtual void endMovie(const MovieFacts& facts, const std::vector<ParameterSet>& sets) = 0;
+
+  virtual void beginStream(const std::string& fileName, int64_t fileSize) = 0;
+  virtual void parameterSet(const ParameterSet& set) = 0;
+  virtual void endStream() = 0;
+
+  virtual void end(const std::vector<Damage>& damages) = 0;
 };
 
 std::unique_ptr<Report> makeTextReport(Output& output);

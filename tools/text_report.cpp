@@ -1,13 +1,19 @@
-// One line per atom: numbers first, so that they stay in line however deep the tree is.
+// One line per atom: numbers first, so that they stay in line however deep the tree is. Of parameter sets one
+// line and what else they say.
 //
 //        offset        size  header  atom
 //            32        4213       8  moov
 //            40         108       8    mvhd
+//
+//        offset  H.264 parameter set
+//             4  SPS 0  High, level 4.1: 1920 x 1080, progressive, 25 frames per second
+//                       colour BT.709, limited range
 #include <fmt/format.h>
 
 #include <algorithm>
 
 #include "atom_type.hpp"
+#include "codec_names.hpp"
 #include "report.hpp"
 
 namespace {
@@ -42,10 +48,9 @@ class TextReport final : public Report {
  public:
   explicit TextReport(Output& output) : output_(output) {}
 
-  void begin(const std::string& fileName, int64_t fileSize) override {
-    width_ = std::max<int>(8, static_cast<int>(fmt::formatted_size("{}", fileSize)));
-    output_.print("{}: {} bytes\n\n{:>{}}  {:>{}}  header  atom\n", printable(fileName), fileSize, "offset",
-                  width_, "size", width_);
+  void beginMovie(const std::string& fileName, int64_t fileSize) override {
+    beginStream(fileName, fileSize);
+    output_.print("\n{:>{}}  {:>{}}  header  atom\n", "offset", width_, "size", width_);
   }
 
   void beginAtom(const Atom& atom) override {
@@ -60,19 +65,89 @@ class TextReport final : public Report {
 
   void endAtom() override { --depth_; }
 
-  void end(const MovieFacts& facts, const std::vector<Damage>&) override {
+  void endMovie(const MovieFacts& facts, const std::vector<ParameterSet>& sets) override {
     if (facts.hasMovie()) {
       output_.print("\nMovie: {}{}\n", timeText(facts.duration().time()),
                     facts.fragmentsNotCounted() ? ", its fragments not counted" : "");
     } else {
       output_.write("\nMovie: no movie header\n");
     }
-    if (facts.tracks().empty()) return;
-    output_.print("\n  id  kind  timescale  {:28}  duration in the movie\n", "duration of the media");
-    for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
+    if (!facts.tracks().empty()) {
+      output_.print("\n  id  kind  timescale  {:28}  duration in the movie\n", "duration of the media");
+      for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
+    }
+    for (const ParameterSet& set : sets) parameterSet(set);
   }
 
+  void beginStream(const std::string& fileName, int64_t fileSize) override {
+    width_ = std::max<int>(8, static_cast<int>(fmt::formatted_size("{}", fileSize)));
+    output_.print("{}: {} bytes\n", printable(fileName), fileSize);
+  }
+
+  void parameterSet(const ParameterSet& set) override {
+    if (!setsBegun_ || set.path != setsPath_) {
+      output_.print("\n{:>{}}  {} parameter set{}{}\n", "offset", width_, codecName(set.codec),
+                    set.path.empty() ? "" : " in ", set.path);
+      setsBegun_ = true;
+      setsPath_ = set.path;
+    }
+    constexpr const char* kKinds[] = {"VPS", "SPS", "PPS"};
+    const std::string name = fmt::format("{} {}", kKinds[static_cast<int>(set.kind)], set.id);
+    output_.print("{:>{}}  {}", set.offset, width_, name);
+    if (set.kind == SetKind::SPS)
+      writeSequence(set.codec, set.sequence, static_cast<int>(name.size()));
+    else if (set.kind == SetKind::PPS)
+      output_.print("  refers to SPS {}\n", set.spsId);
+    else
+      output_.write("\n");
+  }
+
+  void endStream() override {}
+  void end(const std::vector<Damage>&) override {}
+
  private:
+  // One line of what every set has, and one each of shape and colour, when they are told.
+  void writeSequence(Codec codec, const SequenceFacts& facts, int nameWidth) {
+    output_.print("  {}, {}: ", profileText(codec, facts), levelText(codec, facts));
+    if (facts.width == 0) {
+      output_.write("no picture");
+    } else {
+      output_.print("{}{} x {}", facts.fieldPictures ? "fields of " : "", facts.width, facts.height);
+    }
+    if (facts.interlaced) output_.write(*facts.interlaced ? ", interlaced" : ", progressive");
+    if (facts.frameRate)
+      output_.print(", {:.5g} {} per second", *facts.frameRate, facts.countsFields ? "fields" : "frames");
+    output_.write("\n");
+    const int indent = width_ + 2 + nameWidth + 2;
+    writeLine(indent, shapeOf(facts));
+    writeLine(indent, coloursOf(facts));
+  }
+
+  static std::vector<std::string> shapeOf(const SequenceFacts& facts) {
+    std::vector<std::string> parts;
+    if (const auto& ratio = facts.pixelAspectRatio)
+      parts.push_back(fmt::format("pixel aspect ratio {}:{}", ratio->first, ratio->second));
+    if (const auto& location = facts.chromaLocation) {
+      const std::string top = chromaLocationText(location->first),
+                        bottom = chromaLocationText(location->second);
+      parts.push_back(
+          top == bottom ? "chroma location " + top
+                        : fmt::format("chroma location {} in top fields, {} in bottom fields", top, bottom));
+    }
+    return parts;
+  }
+
+  static std::vector<std::string> coloursOf(const SequenceFacts& facts) {
+    std::vector<std::string> parts;
+    if (facts.colour) parts.push_back("colour " + colourText(*facts.colour));
+    if (facts.fullRange) parts.emplace_back(*facts.fullRange ? "full range" : "limited range");
+    return parts;
+  }
+
+  void writeLine(int indent, const std::vector<std::string>& parts) {
+    if (!parts.empty()) output_.print("{:{}}{}\n", "", indent, fmt::join(parts, ", "));
+  }
+
   void writeTrack(const MovieFacts& facts, const TrackFacts& track) {
     output_.print("{:>4}  {:4}  {:>9}  {:28}  {}\n", numberText(track.id),
                   track.handler ? typeText(*track.handler) : "-", numberText(track.timescale),
@@ -98,6 +173,8 @@ class TextReport final : public Report {
   Output& output_;
   int width_ = 0;
   int depth_ = 0;
+  bool setsBegun_ = false;
+  std::string setsPath_;  // of the atom whose sets are being written
 };
 
 }  // namespace
