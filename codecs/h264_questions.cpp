@@ -81,8 +81,7 @@ PVStatus KivH264Bridge_GetSPS_VUI_Framerate(const uint8_t* bytes, size_t length,
                                             bool* hrdPresentOut, uint32_t* delayBitsOut) {
   return askSPS(bytes, length, [=](const KivH264ParsedSPS& sps) {
     double rate;
-    if (PVStatus status = nal::timing(sps.vuiPresent, sps.vui, &rate, kKivVideoUsabilityPart_Timing))
-      return status;
+    if (PVStatus status = nal::timing(sps.vuiPresent, sps.vui, &rate)) return status;
     if (!hasPlainFields(sps)) rate /= 2;
     write(framesPerSecondOut, static_cast<float>(rate));
     write(fixedFrameRateOut, sps.fixedFrameRate);

@@ -11,18 +11,6 @@ namespace {
 
 constexpr uint32_t kAny = BitReader::kAnyCode;
 
-void skipCodes(BitReader& reader, uint32_t count) {
-  for (; count > 0 && reader.ok(); --count) reader.skipCode();
-}
-
-// A code whose value must not be above most; 0 when it is.
-uint32_t boundedCode(BitReader& reader, uint32_t most) {
-  const uint32_t value = reader.ue();
-  if (value <= most) return value;
-  reader.fail();
-  return 0;
-}
-
 // profile_tier_level (7.3.3) with profilePresentFlag.
 void pullProfileTierLevel(BitReader& reader, KivHEVCParsedSPS& sps) {
   constexpr uint32_t kProfileBits = 88, kLevelBits = 8;
@@ -53,7 +41,7 @@ void skipScalingLists(BitReader& reader) {
     for (uint32_t matrix = 0; matrix < 6 && reader.ok(); matrix += size == 3 ? 3 : 1) {
       const bool coded = reader.flag();
       const uint32_t dcCoefficients = size > 1 ? 1 : 0;
-      skipCodes(reader, coded ? dcCoefficients + coefficients : 1);
+      reader.skipCodes(coded ? dcCoefficients + coefficients : 1);
     }
   }
 }
@@ -89,8 +77,8 @@ class ReferencePictureSet {
   static int64_t pullDistance(BitReader& reader) { return int64_t{reader.ue<kAny>()} + 1; }
 
   void pullExplicit(BitReader& reader) {
-    before_.count = boundedCode(reader, kMostPictures);
-    after_.count = boundedCode(reader, kMostPictures);
+    before_.count = reader.ueUpTo(kMostPictures);
+    after_.count = reader.ueUpTo(kMostPictures);
     if (before_.count + after_.count > kMostPictures) reader.fail();
     pullDeltas(reader, before_, -1);
     pullDeltas(reader, after_, 1);
@@ -140,27 +128,27 @@ class ReferencePictureSet {
 };
 
 void skipReferencePictureSets(BitReader& reader) {
-  const uint32_t count = boundedCode(reader, ReferencePictureSet::kMostSets);
+  const uint32_t count = reader.ueUpTo(ReferencePictureSet::kMostSets);
   ReferencePictureSet set;
   for (uint32_t i = 0; i < count && reader.ok(); ++i) set.pull(reader, i == 0);
 }
 
 void skipLongTermPictures(BitReader& reader, uint32_t picOrderCntBits) {
   constexpr uint32_t kMostPictures = 32;
-  if (reader.flag()) reader.skip(boundedCode(reader, kMostPictures) * size_t{picOrderCntBits + 1});
+  if (reader.flag()) reader.skip(reader.ueUpTo(kMostPictures) * size_t{picOrderCntBits + 1});
 }
 
 // From log2_max_pic_order_cnt_lsb_minus4 to the usability information.
 void pullCodingTools(BitReader& reader, KivHEVCParsedSPS& sps) {
-  sps.log2MaxPicOrderCntLsb = boundedCode(reader, 12) + 4;
+  sps.log2MaxPicOrderCntLsb = reader.ueUpTo(12) + 4;
   const bool orderingOfAllSubLayers = reader.flag();
-  skipCodes(reader, 3 * (orderingOfAllSubLayers ? sps.maxSubLayers : 1));
-  skipCodes(reader, 6);  // block sizes, hierarchy depths
+  reader.skipCodes(3 * (orderingOfAllSubLayers ? sps.maxSubLayers : 1));
+  reader.skipCodes(6);  // block sizes, hierarchy depths
   if (reader.flag() && reader.flag()) skipScalingLists(reader);
   reader.skip(2);       // amp, sample_adaptive_offset
   if (reader.flag()) {  // pcm
     reader.skip(8);
-    skipCodes(reader, 2);
+    reader.skipCodes(2);
     reader.skip(1);
   }
   skipReferencePictureSets(reader);
@@ -172,7 +160,7 @@ void pullFieldInfo(BitReader& reader, KivHEVCParsedSPS& sps) {
   reader.skip(1);  // neutral_chroma_indication_flag
   const bool fieldSeq = reader.flag();
   const bool frameFieldInfo = reader.flag();
-  if (reader.flag()) skipCodes(reader, 4);  // default display window
+  if (reader.flag()) reader.skipCodes(4);  // default display window
   nal::endPart(reader, sps.vui, kKivVideoUsabilityPart_FieldInfo);
   if (!reader.ok()) return;
   sps.fieldSeq = fieldSeq;
@@ -208,10 +196,10 @@ void hevcbridge_PullHRDParams(BitReader& reader, uint32_t subLayers, HRD& hrd) {
       reader.skipCode();  // elemental_duration_in_tc_minus1
     else
       lowDelay = reader.flag();
-    const uint32_t buffers = lowDelay ? 1 : boundedCode(reader, kMostCPBs - 1) + 1;
+    const uint32_t buffers = lowDelay ? 1 : reader.ueUpTo(kMostCPBs - 1) + 1;
     for (uint32_t j = 0; j < buffers * (hrd.nal + hrd.vcl) && reader.ok(); ++j) {
-      skipCodes(reader, subPictures ? 4 : 2);  // rates and sizes
-      reader.skip(1);                          // cbr_flag
+      reader.skipCodes(subPictures ? 4 : 2);  // rates and sizes
+      reader.skip(1);                         // cbr_flag
     }
   }
 }
@@ -236,8 +224,8 @@ void pullBitstreamRestriction(BitReader& reader, KivHEVCParsedSPS& sps) {
   uint32_t segmentation = 0;
   if (reader.flag()) {
     reader.skip(3);
-    segmentation = boundedCode(reader, kMostSegmentation);
-    skipCodes(reader, 4);
+    segmentation = reader.ueUpTo(kMostSegmentation);
+    reader.skipCodes(4);
   }
   nal::endPart(reader, sps.vui, kKivVideoUsabilityPart_BitstreamRestriction);
   if (reader.ok()) sps.minSpatialSegmentationIdc = segmentation;
@@ -273,8 +261,8 @@ bool pullSPSBeginning(BitReader& reader, KivHEVCParsedSPS& sps) {
   if (sps.maxSubLayers > kMostSubLayers) reader.fail();
   sps.temporalIdNesting = reader.flag();
   pullProfileTierLevel(reader, sps);
-  sps.spsID = boundedCode(reader, 15);
-  sps.chromaFormatIdc = boundedCode(reader, 3);
+  sps.spsID = reader.ueUpTo(15);
+  sps.chromaFormatIdc = reader.ueUpTo(3);
   if (sps.chromaFormatIdc == 3) sps.separateColourPlane = reader.flag();
   sps.picWidthInLumaSamples = reader.ue<kAny>();
   sps.picHeightInLumaSamples = reader.ue<kAny>();
@@ -282,8 +270,8 @@ bool pullSPSBeginning(BitReader& reader, KivHEVCParsedSPS& sps) {
   if (sps.conformanceWindow)
     for (uint32_t* offset : {&sps.confWinLeft, &sps.confWinRight, &sps.confWinTop, &sps.confWinBottom})
       *offset = reader.ue<kAny>();
-  sps.bitDepthLuma = boundedCode(reader, 8) + 8;
-  sps.bitDepthChroma = boundedCode(reader, 8) + 8;
+  sps.bitDepthLuma = reader.ueUpTo(8) + 8;
+  sps.bitDepthChroma = reader.ueUpTo(8) + 8;
   return reader.ok();
 }
 
@@ -314,8 +302,8 @@ bool pictureSize(const KivHEVCParsedSPS& sps, int32_t& width, int32_t& height) {
 }
 
 bool pullPPSBeginning(BitReader& reader, KivHEVCParsedPPS& pps) {
-  pps.ppsID = boundedCode(reader, 63);
-  pps.spsID = boundedCode(reader, 15);
+  pps.ppsID = reader.ueUpTo(63);
+  pps.spsID = reader.ueUpTo(15);
   return reader.ok();
 }
 
@@ -323,10 +311,10 @@ bool pullPPS(BitReader& reader, KivHEVCParsedPPS& pps) {
   if (!pullPPSBeginning(reader, pps)) return false;
   // dependent_slice_segments, output_flag_present, num_extra_slice_header_bits, sign_data_hiding, cabac_init
   reader.skip(2 + 3 + 2);
-  skipCodes(reader, 3);                  // reference counts, init_qp
+  reader.skipCodes(3);                   // reference counts, init_qp
   reader.skip(2);                        // constrained_intra_pred, transform_skip
   if (reader.flag()) reader.skipCode();  // diff_cu_qp_delta_depth
-  skipCodes(reader, 2);                  // chroma QP offsets
+  reader.skipCodes(2);                   // chroma QP offsets
   reader.skip(4);  // slice_chroma_qp_offsets_present, weighted_pred, weighted_bipred, transquant_bypass
   pps.tilesEnabled = reader.flag();
   pps.entropyCodingSyncEnabled = reader.flag();

@@ -174,9 +174,10 @@ PVStatus chromaLocation(bool vuiPresent, const KivVideoUsability& vui, uint32_t*
   return kPVStatus_Success;
 }
 
-PVStatus timing(bool vuiPresent, const KivVideoUsability& vui, double* ticksPerSecondOut, uint8_t needed) {
+PVStatus timing(bool vuiPresent, const KivVideoUsability& vui, double* ticksPerSecondOut) {
   const bool usable = vui.timingInfoPresent && vui.numUnitsInTick != 0 && vui.timeScale != 0;
-  if (PVStatus status = findPart(vuiPresent, vui, needed, usable)) return signalError(status);
+  if (PVStatus status = findPart(vuiPresent, vui, kKivVideoUsabilityPart_Timing, usable))
+    return signalError(status);
   *ticksPerSecondOut = static_cast<double>(vui.timeScale) / vui.numUnitsInTick;
   return kPVStatus_Success;
 }

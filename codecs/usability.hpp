@@ -31,10 +31,8 @@ PVStatus colourDescription(bool vuiPresent, const KivVideoUsability& vui, uint32
                            uint32_t* transferOut, uint32_t* matrixOut);
 PVStatus fullRange(bool vuiPresent, const KivVideoUsability& vui, bool* fullRangeOut);
 PVStatus chromaLocation(bool vuiPresent, const KivVideoUsability& vui, uint32_t* topOut, uint32_t* bottomOut);
-// Reads as "not there" when either number is 0. needed: the last part that the frame rate question tells of.
-// The output is required.
-PVStatus timing(bool vuiPresent, const KivVideoUsability& vui, double* ticksPerSecondOut,
-                uint8_t needed = kKivVideoUsabilityPart_HRD);
+// Reads as "not there" when either number is 0. The output is required.
+PVStatus timing(bool vuiPresent, const KivVideoUsability& vui, double* ticksPerSecondOut);
 
 }  // namespace pv::nal
 

@@ -106,10 +106,9 @@ PV_EXPORT PVStatus KivHEVCBridge_GetSPSIsInterlaced(const uint8_t *sps, size_t l
  * *fixedFrameRateOut is fixed_pic_rate_general_flag of the highest sub-layer, false without HRD parameters.
  * *frameFieldInfoPresentOut, *hrdPresentOut (NAL or VCL) and *delayBitsOut say what picture timing messages carry: the
  * two delays that each begins with take au_cpb_removal_delay_length_minus1 + dpb_output_delay_length_minus1 + 2 bits, 0
- * without HRD.
+ * without HRD. When the usability information breaks off inside the HRD parameters, these count as absent.
  *
- * kKivBridgeError_InvalidParameter without timing information, or when either of its numbers is 0;
- * kKivBridgeError_UnreadableData when the usability information breaks off before the end of the HRD parameters. */
+ * kKivBridgeError_InvalidParameter without timing information, or when either of its numbers is 0. */
 PV_EXPORT PVStatus KivHEVCBridge_GetSPS_VUI_Framerate(const uint8_t *sps, size_t length, float *picturesPerSecondOut,
                                                       bool *fixedFrameRateOut, bool *frameFieldInfoPresentOut,
                                                       bool *hrdPresentOut, uint32_t *delayBitsOut);

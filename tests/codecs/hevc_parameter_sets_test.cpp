@@ -373,7 +373,7 @@ TEST(HEVCParameterSets, UsabilityThatBreaksOffKeepsWhatCameBefore) {
     uint8_t lastPart;
   } cases[] = {
       {"chroma location", {.videoSignal = colours, .chromaLocation = badCode}, {0, 0, I, 0, 0, U, U, U}, 3},
-      {"HRD", {.videoSignal = colours, .timing = badHRD}, {0, 0, I, 0, 0, I, 0, U}, 6},
+      {"HRD", {.videoSignal = colours, .timing = badHRD}, {0, 0, I, 0, 0, I, 0, 0}, 6},
       {"restriction", {.restriction = badRestriction}, {0, 0, I, I, 0, I, 0, I}, 7}};
   for (const auto& item : cases) {
     const Bytes unit = HEVCSequence{.usability = item.usability}.unit();
