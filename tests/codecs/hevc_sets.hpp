@@ -137,23 +137,11 @@ struct HEVCUsability {
 };
 
 inline Bytes hevcPPS(uint64_t id, uint64_t spsID, bool tiles, bool wavefronts) {
-  return BitWriter()
-      .bits(0x4401, 16)
-      .ue(id)
-      .ue(spsID)
-      .bits(0, 7)
-      .ue(0)
-      .ue(14)
-      .se(-26)
-      .bits(0, 2)
-      .flag(true)  // cu_qp_delta_enabled
-      .ue(3)
-      .se(-12)
-      .se(12)
-      .bits(0, 4)
-      .flag(tiles)
-      .flag(wavefronts)
-      .unit();
+  BitWriter to;
+  to.bits(0x4401, 16).ue(id).ue(spsID).bits(0, 7).ue(0).ue(14).se(-26).bits(0, 2);
+  to.flag(true).ue(3);  // cu_qp_delta_enabled
+  to.se(-12).se(12).bits(0, 4);
+  return to.flag(tiles).flag(wavefronts).unit();
 }
 
 }  // namespace test
