@@ -28,10 +28,10 @@ void write(Value* out, Value value) {
   if (out) *out = value;
 }
 
-// Pictures are fields, as far as the set tells.
+// Pictures are fields, as far as a set can tell. The flags alone do not: encoders set them for frames, too.
 bool hasPlainFields(const KivH264ParsedSPS& sps) {
   return sps.vui.lastPartRead >= kKivVideoUsabilityPart_HRD && !sps.frameMbsOnly &&
-         !sps.mbAdaptiveFrameField && !sps.picStructPresent;
+         !sps.mbAdaptiveFrameField && !sps.picStructPresent && sps.picOrderCntType == 1;
 }
 
 }  // namespace

@@ -85,7 +85,8 @@ Reading readH264Sequence(Bytes unit, ParameterSet& set) {
   facts.profile = sps.profileIdc;
   facts.constraintFlags = sps.constraintFlags;
   facts.level = sps.levelIdc;
-  facts.countsFields = !sps.frameMbsOnly && !sps.mbAdaptiveFrameField && !sps.picStructPresent;
+  facts.countsFields =
+      !sps.frameMbsOnly && !sps.mbAdaptiveFrameField && !sps.picStructPresent && sps.picOrderCntType == 1;
   return askEverything(kAskH264, unit, sps.vuiPresent ? &sps.vui : nullptr, kKivVideoUsabilityPart_HRD,
                        facts);
 }

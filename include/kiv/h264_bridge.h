@@ -105,9 +105,10 @@ PV_EXPORT PVStatus KivH264Bridge_GetSPSWidthAndHeight(const uint8_t *sps, size_t
 PV_EXPORT PVStatus KivH264Bridge_GetSPSIsInterlaced(const uint8_t *sps, size_t length, bool *isInterlacedOut);
 
 /* Frames per second, from time_scale and num_units_in_tick. A frame takes two ticks, so the rate is time_scale / (2 x
- * num_units_in_tick). It is not halved for one configuration: field pictures that nothing else describes
- * (frame_mbs_only_flag, mb_adaptive_frame_field_flag and pic_struct_present_flag all 0), where a picture is a field of
- * one tick and the rate is that of fields (Table E-6).
+ * num_units_in_tick). It is not halved for one configuration: field pictures whose order the set itself lays out
+ * (frame_mbs_only_flag, mb_adaptive_frame_field_flag and pic_struct_present_flag 0, pic_order_cnt_type 1), where a
+ * picture is a field of one tick (Table E-6) and the rate is that of fields. With the other types of order count the
+ * same flags are as often found on frames that are only marked as interlaced; their rate is that of frames.
  *
  * *fixedFrameRateOut is fixed_frame_rate_flag. *picStructPresentOut (pic_struct_present_flag) and *hrdPresentOut (NAL
  * or VCL) say what picture timing messages carry, and *delayBitsOut how many bits their two delays take:

@@ -156,24 +156,26 @@ TEST(H264SPS, AspectRatiosOfAllIndicators) {
 
 TEST(H264SPS, RatesAreOfFramesExceptOfPlainFields) {
   const struct {
+    uint32_t pocType;
     bool frameMbsOnly, mbaff, picStruct;
     float rate;
-  } cases[] = {{true, false, false, 25},  {true, false, true, 25},  {false, true, false, 25},
-               {false, false, false, 50}, {false, false, true, 25}, {false, true, true, 25}};
+  } cases[] = {{1, false, false, false, 50}, {0, false, false, false, 25}, {2, false, false, false, 25},
+               {1, true, false, false, 25},  {1, false, true, false, 25},  {1, false, false, true, 25}};
   for (const auto& c : cases) {
     Answers answers;
     const auto vui = [&](BitWriter& writer) {
       timing(writer, 2, 100);
       writer.zeros(2).flag(c.picStruct);
     };
-    const Bytes sps = withVUI(vui, {.frameMbsOnly = c.frameMbsOnly, .mbaff = c.mbaff});
+    const Bytes sps = withVUI(vui, {.pocType = c.pocType, .frameMbsOnly = c.frameMbsOnly, .mbaff = c.mbaff});
     EXPECT_EQ(ask(sps, answers).rate, 0);
     EXPECT_EQ(answers.rate, c.rate);
     EXPECT_EQ(answers.picStruct, c.picStruct);
   }
   for (const uint32_t units : {0u, 1u}) {
     Answers answers;
-    EXPECT_EQ(ask(withVUI([&](BitWriter& vui) { timing(vui, units, units == 0 ? 50 : 0); }), answers).rate, kAbsent);
+    EXPECT_EQ(ask(withVUI([&](BitWriter& vui) { timing(vui, units, units == 0 ? 50 : 0); }), answers).rate,
+              kAbsent);
     EXPECT_EQ(answers.rate, -1);
   }
 }

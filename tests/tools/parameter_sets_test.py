@@ -70,8 +70,9 @@ def h264_facts(v):
         crop = lambda a, b: v[f"frame_crop_{a}_offset"] + v[f"frame_crop_{b}_offset"]
         width -= crop("left", "right") * {1: 2, 2: 2, 3: 1}[chroma]
         height -= crop("top", "bottom") * {1: 2, 2: 1, 3: 1}[chroma] * (2 - frames)
-    # two ticks a frame; one when pictures are fields that nothing else describes
-    fields = not (frames or v["mb_adaptive_frame_field_flag"] or v.get("pic_struct_present_flag"))
+    # two ticks a frame; one when pictures are fields whose order the set lays out
+    fields = not (frames or v["mb_adaptive_frame_field_flag"] or v.get("pic_struct_present_flag")) \
+        and v["pic_order_cnt_type"] == 1
     return {"profile": v["profile_idc"], "level": v["level_idc"], "id": v["seq_parameter_set_id"], "width": width,
             "height": height, "interlaced": not frames, **usability(v, 1 if fields else 2)}
 
@@ -171,8 +172,6 @@ class Variety(CommandTest):
                 theirs = told_by_ffprobe(streams.probed(name)[0])
                 if name == "monochrome-cropped.h264":
                     self.assertLess((theirs.pop("width"), theirs.pop("height")), (ours["width"], ours["height"]))
-                if name == "fields.h264":
-                    self.assertEqual(ours["frameRate"], 2 * theirs.pop("frameRate"), "the rate of fields")
                 if theirs.get("frameRate") == 1200000:  # its limit
                     self.assertGreater(ours["frameRate"], theirs.pop("frameRate"))
                 for fact, value in theirs.items():
@@ -383,7 +382,7 @@ class Streams(CommandTest):
                   "pixel aspect ratio 40:33, chroma location 1 (center)\n", "PPS 0  refers to SPS 0\n"],
             "main.h264": ["SPS 7  Main, level 1: 66 x 50, progressive, 29.97 frames per second\n", "refers to SPS 7\n"],
             "level-1b.h264": ["Constrained Baseline, level 1b: 62 x 46"],
-            "fields.h264": ["64 x 60, interlaced, 50 fields per second\n"],
+            "fields.h264": ["64 x 60, interlaced, 25 frames per second\n"],
             "high10-intra.h264": ["High 10 Intra, level 1.1: ",
                                   "colour BT.2020 primaries, BT.2020 matrix, limited range\n"],
             "main444-12.hevc": ["Format Range Extensions, level 5.1 high tier: 65 x 65"],
