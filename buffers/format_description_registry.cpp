@@ -45,6 +45,7 @@ struct BuiltIn {
   PVStatus (*registerEntry)();
 };
 constexpr BuiltIn kBuiltIns[] = {
+    {kPVMediaType_Audio, KivAudioFormatDescriptionRegister},
     {kPVMediaType_Muxed, KivMuxedFormatDescriptionRegister},
     {kPVMediaType_Video, KivVideoFormatDescriptionRegister},
 };

@@ -70,6 +70,7 @@ PV_EXPORT bool KivFormatDescriptionExtensionsDictionariesEqualIgnoringKeys(BRDic
  * Status: AllocationFailed; a later call then tries again. */
 PV_EXPORT PVStatus KivGenericFormatDescriptionRegisterOnce(void);
 PV_EXPORT PVStatus KivMuxedFormatDescriptionRegister(void);
+PV_EXPORT PVStatus KivAudioFormatDescriptionRegister(void);
 PV_EXPORT PVStatus KivVideoFormatDescriptionRegister(void);
 
 /* Adds a reference and returns the description. NULL is allowed and gives NULL. */

@@ -2,6 +2,7 @@
 #include <kiv/base_object.h>
 #include <pevrin/pevrin.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static int fail(const char *what) {
@@ -40,7 +41,21 @@ static int copyDictionaryOfObjects(void) {
   return status;
 }
 
-int main(void) {
+/* The ways to decode a stream of layered AAC: 1 when nobody can tell. */
+static size_t countFormats(void) {
+  static const unsigned char cookie[] = {0xEB, 0x09, 0x88, 0x00};
+  const AudioStreamBasicDescription mono = {24000, kAudioFormatMPEG4AAC, 0, 0, 1024, 0, 1, 0, 0};
+  PVAudioFormatDescriptionRef audio = NULL;
+  size_t listBytes = 0;
+  if (PVAudioFormatDescriptionCreate(NULL, &mono, 0, NULL, sizeof cookie, cookie, NULL, &audio) != 0) return 0;
+  PVAudioFormatDescriptionGetFormatList(audio, &listBytes);
+  BRRelease(audio);
+  return listBytes / sizeof(AudioFormatListItem);
+}
+
+/* The argument is the number of formats to be found. */
+int main(int argc, char **argv) {
+  if (argc != 2 || countFormats() != strtoul(argv[1], NULL, 10)) return fail("formats of layered AAC");
   if (makeObjectWithBarrier() != 0 || copyDictionaryOfObjects() != 0) return 1;
 
   PVTime half = PVTimeMake(1, 2);
