@@ -84,11 +84,10 @@ class BitReader {
   }
   // Steps over a code whose value nobody asks for, of any length.
   void skipCode() {
-    size_t zeros = 0;
-    while (ok() && !flag()) ++zeros;
-    skip(zeros);
+    if (valid_ < 2 * kShortCode + 1) refill();
+    const auto zeros = static_cast<uint32_t>(std::countl_zero(cache_));
+    2 * zeros + 1 <= valid_ ? drop(2 * zeros + 1) : skipLongCode();
   }
-
   void skipCodes(uint32_t count) {
     for (; count > 0 && ok(); --count) skipCode();
   }
@@ -143,6 +142,16 @@ class BitReader {
     }
     bits(zeros);
     return bits(zeros + 1) - 1;
+  }
+
+  // The code at the cache's top when it does not stand there whole, again.
+  [[gnu::noinline]] void skipLongCode() {
+    refill();
+    const auto cached = static_cast<uint32_t>(std::countl_zero(cache_));
+    if (2 * cached + 1 <= valid_) return drop(2 * cached + 1);
+    size_t zeros = 0;
+    while (ok() && !flag()) ++zeros;
+    skip(zeros);
   }
 
   const uint8_t* begin_;
