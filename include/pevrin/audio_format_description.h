@@ -92,8 +92,8 @@ enum {
  * Tonvik finds that they mean the same. Cookies are equal when their bytes are.
  * False, the mask 0, and InvalidParameter signalled, when either is NULL or no audio description.
  *
- * PVFormatDescriptionEqual and BREqual compare media types, format IDs and All; extensions, and keys to be ignored, have
- * no say. */
+ * PVFormatDescriptionEqual and BREqual compare media types, format IDs and All. Extensions have no say, nor have keys
+ * to be ignored. */
 PV_EXPORT bool PVAudioFormatDescriptionEqual(PVAudioFormatDescriptionRef a, PVAudioFormatDescriptionRef b,
                                              PVAudioFormatDescriptionMask equalityMask,
                                              PVAudioFormatDescriptionMask *equalityMaskOut);

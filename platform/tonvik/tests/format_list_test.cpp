@@ -105,6 +105,8 @@ constexpr Case kCases[] = {
     {"element: quadraphonic", kAAC, "118004c4040021100d4c61766335392e33372e31303056e500",
      "aac  48000/1024 x4 6c0004"},
     {"element: 2.1", kAAC, "118004c4010020000d4c61766335392e33372e31303056e500", "aac  48000/1024 x3 850003"},
+    {"element, and HE behind its comment", kAAC, "1300058404002110044c61766356e598",
+     "aach 48000/2048 x4 6c0004, aac  24000/1024 x4 6c0004"},
     {"element: none of the common", kAAC, "118004c848002008c8200d4c61766335392e33372e31303056e500",
      "aac  48000/1024 x8 ffff0000"},
     {"zeros behind the core", kAAC, "1210000000", "aac  44100/1024 x2 650002"},
