@@ -40,6 +40,7 @@ AIMS = {
     ("AtomWrite1000", "Peer:GstByteWriter"): 0.7,
     ("WorkQueuePostRun", "Peer:asio::strand"): 1.0,
     ("SPSParseH264", "Peer:gst_h264_parse_sps"): 0.4,
+    ("SPSParseHEVC", "Peer:gst_h265_parse_sps"): 0.4,
 }
 
 
