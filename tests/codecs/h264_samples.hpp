@@ -2,7 +2,7 @@
 #ifndef TESTS_CODECS_H264_SAMPLES_HPP
 #define TESTS_CODECS_H264_SAMPLES_HPP
 
-#include <initializer_list>
+#include <vector>
 
 #include "tests/codecs/bit_writer.hpp"
 
@@ -20,11 +20,11 @@ inline const Bytes kHighSPS = {
     0xC0, 0x5A,  // 1 VUI, 1 aspect ratio, 00000001 square, 0 overscan, 1 signal type, 101 unspecified, 0
                  // limited
     0x80, 0x80, 0x80,  // 1 colours, 00000001, 00000001, 0000000…
-    0xA0, 0x00, 0x00, 0x03,
-    0x00, 0x20,              // …1, 0 chroma location, 1 timing, 32 bits: num_units_in_tick 1 (03 goes)
+    0xA0, 0x00, 0x00, 0x03, 0x00,
+    0x20,                    // …1, 0 chroma location, 1 timing, 32 bits: num_units_in_tick 1 (03 goes)
     0x00, 0x00, 0x06, 0x5C,  // 32 bits: time_scale 50, 1 fixed_frame_rate_flag, 1 NAL HRD, 1 one buffer, 0…
-    0x88, 0x00, 0x1E, 0x84,
-    0x80, 0x00, 0x4C,         // …010 and 0010 scales, rate 15624 and size 78124 in 27 and 33 bits
+    0x88, 0x00, 0x1E, 0x84, 0x80, 0x00,
+    0x4C,                     // …010 and 0010 scales, rate 15624 and size 78124 in 27 and 33 bits
     0x4B, 0x52, 0x61, 0x80,   // 0 cbr, 10010, 01100 and 00110: delays of 13 and 7 bits, 00000 time offset
     0x3C, 0x60, 0xC6, 0x58};  // in the 80: 0 VCL HRD, 0 low delay; in the 3C: 0 pic_struct, then the rest
 inline const Bytes kHighPPS = {0x68, 0xEA, 0xEC, 0xB2, 0x2C};
@@ -60,7 +60,7 @@ struct SPSFields {
   uint32_t log2MaxFrameNum = 4, pocType = 0;
   uint32_t widthInMbs = 4, heightInMapUnits = 3;
   bool frameMbsOnly = true, mbaff = false;
-  std::initializer_list<uint32_t> crop = {};  // left, right, top, bottom
+  std::vector<uint32_t> crop = {};  // left, right, top, bottom
 
   // As far as vui_parameters_present_flag, which is next.
   BitWriter write() const {
@@ -76,7 +76,7 @@ struct SPSFields {
     if (pocType == 1) writer.flag(false).se(0).se(0).ue(0);
     writer.ue(1).flag(false).ue(widthInMbs - 1).ue(heightInMapUnits - 1).flag(frameMbsOnly);
     if (!frameMbsOnly) writer.flag(mbaff);
-    writer.flag(true).flag(crop.size() != 0);
+    writer.flag(true).flag(!crop.empty());
     for (const uint32_t offset : crop) writer.ue(offset);
     return writer;
   }

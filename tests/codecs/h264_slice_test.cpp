@@ -4,7 +4,8 @@
 #include <kiv/h264_slice.h>
 
 #include <bedra/ref.hpp>
-#include <functional>
+#include <sstream>
+#include <string>
 
 #include "tests/codecs/h264_samples.hpp"
 #include "tests/support/failing_allocator.hpp"
@@ -83,172 +84,74 @@ struct PPSFields {
 // Slice types.
 constexpr uint32_t kP = 0, kB = 1, kI = 2, kSP = 3, kSI = 4;
 
+// Writes what the text spells: "4:9" is 9 in 4 bits, "u7" and "s-7" are codes, "0" and "1" flags.
+void spell(BitWriter& writer, const std::string& text) {
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    const size_t colon = word.find(':');
+    if (colon != std::string::npos)
+      writer.bits(std::stoul(word.substr(colon + 1)), static_cast<uint32_t>(std::stoul(word)));
+    else if (word[0] == 'u')
+      writer.ue(std::stoul(word.substr(1)));
+    else if (word[0] == 's')
+      writer.se(std::stol(word.substr(1)));
+    else
+      writer.flag(word == "1");
+  }
+}
+
 struct Written {
   const char* what;
-  uint8_t header;
-  uint32_t sliceType;
   SPSFields sps;
   PPSFields pps;
   KivH264InterlaceType type;
-  std::function<void(BitWriter&)> rest;  // from frame_num (4 bits) on
-
-  BitWriter write() const {
-    BitWriter writer;
-    writer.bits(header, 8).ue(100000).ue(sliceType + 5).ue(pps.id);
-    rest(writer);
-    return writer;
-  }
+  BitWriter header;  // the unit's header byte included
 };
 
+// rest: from frame_num on.
+Written written(const char* what, uint8_t unitHeader, uint32_t sliceType, const SPSFields& sps,
+                const PPSFields& pps, const char* rest, KivH264InterlaceType type = kFrame) {
+  Written slice{what, sps, pps, type, {}};
+  spell(slice.header.bits(unitHeader, 8).ue(100000).ue(sliceType + 5).ue(pps.id), rest);
+  return slice;
+}
+
 const std::vector<Written>& writtenSlices() {
-  using W = BitWriter;
   static const std::vector<Written> slices = {
-      {"I", 0x01, kI, {}, {}, kFrame, [](W& w) { w.bits(5, 4).bits(9, 6).se(-3); }},
-      {"IDR with a long ID",
-       0x65,
-       kI,
-       {},
-       {},
-       kFrame,
-       [](W& w) { w.bits(0, 4).ue(65535).bits(0, 6).flag(true).flag(false).se(0); }},
-      {"numbers of 16 bits",
-       0x01,
-       kI,
-       {.log2MaxFrameNum = 16},
-       {},
-       kFrame,
-       [](W& w) { w.bits(0, 16).bits(1, 6).se(1); }},
-      {"no order count", 0x01, kI, {.pocType = 2}, {}, kFrame, [](W& w) { w.bits(0, 4).se(1); }},
-      {"order count of type 1",
-       0x01,
-       kI,
-       {.pocType = 1},
-       {.bottomOrder = true},
-       kFrame,
-       [](W& w) { w.bits(0, 4).se(-70000).se(70000).se(1); }},
-      {"top field",
-       0x01,
-       kI,
-       {.pocType = 1, .frameMbsOnly = false},
-       {.bottomOrder = true},
-       kTop,
-       [](W& w) { w.bits(0, 4).flag(true).flag(false).se(9).se(1); }},
-      {"bottom field",
-       0x01,
-       kI,
-       {.frameMbsOnly = false},
-       {.bottomOrder = true},
-       kBottom,
-       [](W& w) { w.bits(0, 4).flag(true).flag(true).bits(3, 6).se(1); }},
-      {"frame among fields",
-       0x01,
-       kI,
-       {.frameMbsOnly = false},
-       {.bottomOrder = true},
-       kFrame,
-       [](W& w) { w.bits(0, 4).flag(false).bits(3, 6).se(-2).se(1); }},
-      {"colour plane",
-       0x01,
-       kI,
-       {.profile = 244, .chromaFormat = 3, .separateColourPlane = true},
-       {},
-       kFrame,
-       [](W& w) { w.bits(2, 2).bits(0, 4).bits(3, 6).se(1); }},
-      {"redundant picture, deblocking",
-       0x01,
-       kI,
-       {},
-       {.deblocking = true, .redundant = true},
-       kFrame,
-       [](W& w) { w.bits(0, 4).bits(3, 6).ue(127).se(1).ue(0).se(-6).se(6); }},
-      {"no deblocking",
-       0x01,
-       kI,
-       {},
-       {.deblocking = true},
-       kFrame,
-       [](W& w) { w.bits(0, 4).bits(3, 6).se(1).ue(1); }},
-      {"P with lists and marking",
-       0x41,
-       kP,
-       {},
-       {.cabac = true, .weightedBi = 1, .l0 = 9},
-       kFrame,
-       [](W& w) {
-         w.bits(1, 4).bits(3, 6).flag(false);
-         w.flag(true).ue(0).ue(65535).ue(1).ue(0).ue(2).ue(7).ue(3);
-         w.flag(true).ue(1).ue(3).ue(2).ue(4).ue(3).ue(5).ue(6).ue(4).ue(7).ue(5).ue(6).ue(8).ue(0);
-         w.ue(2).se(1);
-       }},
-      {"P with weights",
-       0x01,
-       kP,
-       {},
-       {.weighted = true, .l0 = 2},
-       kFrame,
-       [](W& w) {
-         w.bits(1, 4).bits(3, 6).flag(true).ue(2).flag(false).ue(5).ue(6);
-         w.flag(true).se(-128).se(127).flag(true).se(1).se(2).se(3).se(4);
-         w.flag(false).flag(false).flag(false).flag(true).se(1).se(2).se(3).se(-128).se(1);
-       }},
-      {"B with weights, monochrome",
-       0x01,
-       kB,
-       {.profile = 100, .chromaFormat = 0},
-       {.cabac = true, .weighted = true, .weightedBi = 1, .l1 = 2},
-       kFrame,
-       [](W& w) {
-         w.bits(1, 4).bits(3, 6).flag(true).flag(false).flag(false).flag(true).ue(1).ue(2).ue(3);
-         w.ue(7).flag(true).se(1).se(2).flag(false).flag(true).se(3).se(4).ue(0).se(1);
-       }},
-      {"B with implicit weights",
-       0x01,
-       kB,
-       {},
-       {.weightedBi = 2},
-       kFrame,
-       [](W& w) { w.bits(1, 4).bits(3, 6).flag(false).flag(true).ue(31).ue(31).zeros(2).se(1); }},
-      {"SP with weights",
-       0x41,
-       kSP,
-       {},
-       {.cabac = true, .weighted = true},
-       kFrame,
-       [](W& w) {
-         w.bits(1, 4).bits(3, 6).flag(false).flag(false).ue(1).ue(1).flag(false).flag(false);
-         w.flag(false).ue(0).se(1).flag(true).se(-9);
-       }},
-      {"SI",
-       0x21,
-       kSI,
-       {},
-       {.cabac = true, .weighted = true},
-       kFrame,
-       [](W& w) { w.bits(1, 4).bits(3, 6).flag(false).se(1).se(-9); }},
-      // 12 map units in steps of 5: 2.4 + 1 cycles take 2 bits; in steps of 3 or 1: 3 and 4
-      {"slice groups",
-       0x01,
-       kI,
-       {},
-       {.mapType = 3, .changeRate = 5},
-       kFrame,
-       [](W& w) { w.bits(1, 4).bits(3, 6).se(1).bits(3, 2); }},
-      {"slice groups",
-       0x01,
-       kI,
-       {},
-       {.mapType = 4, .changeRate = 3},
-       kFrame,
-       [](W& w) { w.bits(1, 4).bits(3, 6).se(1).bits(4, 3); }},
-      {"slice groups",
-       0x01,
-       kI,
-       {},
-       {.mapType = 5, .changeRate = 1},
-       kFrame,
-       [](W& w) { w.bits(1, 4).bits(3, 6).se(1).bits(12, 4); }},
-      {"data partition A", 0x02, kI, {}, {.id = 255}, kFrame, [](W& w) { w.bits(1, 4).bits(3, 6).se(1); }},
-      {"auxiliary picture", 0x13, kI, {}, {}, kFrame, [](W& w) { w.bits(1, 4).bits(3, 6).se(1); }},
+      written("I", 0x01, kI, {}, {}, "4:5 6:9 s-3"),
+      written("IDR with a long ID", 0x65, kI, {}, {}, "4:0 u65535 6:0 1 0 s0"),
+      written("frame number of 16 bits", 0x01, kI, {.log2MaxFrameNum = 16}, {}, "16:0 6:1 s1"),
+      written("no order count", 0x01, kI, {.pocType = 2}, {}, "4:0 s1"),
+      written("order count of type 1", 0x01, kI, {.pocType = 1}, {.bottomOrder = true},
+              "4:0 s-70000 s70000 s1"),
+      written("top field", 0x01, kI, {.pocType = 1, .frameMbsOnly = false}, {.bottomOrder = true},
+              "4:0 1 0 s9 s1", kTop),
+      written("bottom field", 0x01, kI, {.frameMbsOnly = false}, {.bottomOrder = true}, "4:0 1 1 6:3 s1",
+              kBottom),
+      written("frame among fields", 0x01, kI, {.frameMbsOnly = false}, {.bottomOrder = true},
+              "4:0 0 6:3 s-2 s1"),
+      written("colour plane", 0x01, kI, {.profile = 244, .chromaFormat = 3, .separateColourPlane = true}, {},
+              "2:2 4:0 6:3 s1"),
+      written("redundant picture, deblocking", 0x01, kI, {}, {.deblocking = true, .redundant = true},
+              "4:0 6:3 u127 s1 u0 s-6 s6"),
+      written("no deblocking", 0x01, kI, {}, {.deblocking = true}, "4:0 6:3 s1 u1"),
+      written("P with lists and marking", 0x41, kP, {}, {.cabac = true, .weightedBi = 1, .l0 = 9},
+              "4:1 6:3 0 1 u0 u65535 u1 u0 u2 u7 u3 1 u1 u3 u2 u4 u3 u5 u6 u4 u7 u5 u6 u8 u0 u2 s1"),
+      written("P with weights", 0x01, kP, {}, {.weighted = true, .l0 = 2},
+              "4:1 6:3 1 u2 0 u5 u6 1 s-128 s127 1 s1 s2 s3 s4 0 0 0 1 s1 s2 s3 s-128 s1"),
+      written("B with weights, monochrome", 0x01, kB, {.profile = 100, .chromaFormat = 0},
+              {.cabac = true, .weighted = true, .weightedBi = 1, .l1 = 2},
+              "4:1 6:3 1 0 0 1 u1 u2 u3 u7 1 s1 s2 0 1 s3 s4 u0 s1"),
+      written("B with implicit weights", 0x01, kB, {}, {.weightedBi = 2}, "4:1 6:3 0 1 u31 u31 0 0 s1"),
+      written("SP with weights", 0x41, kSP, {}, {.cabac = true, .weighted = true},
+              "4:1 6:3 0 0 u1 u1 0 0 0 u0 s1 1 s-9"),
+      written("SI", 0x21, kSI, {}, {.cabac = true, .weighted = true}, "4:1 6:3 0 s1 s-9"),
+      // 12 map units in steps of 11: log2(1.09 + 1) takes 2 bits; in steps of 3 or 1: 3 and 4
+      written("slice groups", 0x01, kI, {}, {.mapType = 3, .changeRate = 11}, "4:1 6:3 s1 2:2"),
+      written("slice groups", 0x01, kI, {}, {.mapType = 4, .changeRate = 3}, "4:1 6:3 s1 3:4"),
+      written("slice groups", 0x01, kI, {}, {.mapType = 5, .changeRate = 1}, "4:1 6:3 s1 4:12"),
+      written("data partition A", 0x02, kI, {}, {.id = 255}, "4:1 6:3 s1"),
+      written("auxiliary picture", 0x13, kI, {}, {}, "4:1 6:3 s1"),
   };
   return slices;
 }
@@ -265,19 +168,19 @@ size_t placeOf(const Bytes& unit, size_t payloadOffset) {
 }
 
 TEST(H264Slice, HeadersOfEveryForm) {
-  for (const Written& written : writtenSlices()) {
-    const BitWriter header = written.write();
+  for (const Written& slice : writtenSlices()) {
+    const BitWriter& header = slice.header;
     const size_t bits = header.bitCount() - 8;
-    const Bytes sps = written.sps.unit(), pps = written.pps.unit();
+    const Bytes sps = slice.sps.unit(), pps = slice.pps.unit();
     for (const size_t dataBits : {0, 5, 200, 40000}) {
       BitWriter writer = header;
-      const Bytes slice = writer.zeros(dataBits).unit();
-      const size_t clear = placeOf(slice, (header.bitCount() + 7) / 8);
-      EXPECT_EQ(measure(slice, sps, pps), (Measured{0, bits, clear})) << written.what;
-      EXPECT_EQ(typeOf(slice, sps), written.type) << written.what;
+      const Bytes unit = writer.zeros(dataBits).unit();
+      const size_t clear = placeOf(unit, (header.bitCount() + 7) / 8);
+      EXPECT_EQ(measure(unit, sps, pps), (Measured{0, bits, clear})) << slice.what;
+      EXPECT_EQ(typeOf(unit, sps), slice.type) << slice.what;
       uint32_t ppsID = 99;
-      EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(slice.data(), slice.size(), &ppsID), 0);
-      EXPECT_EQ(ppsID, written.pps.id);
+      EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(unit.data(), unit.size(), &ppsID), 0);
+      EXPECT_EQ(ppsID, slice.pps.id);
     }
     for (size_t length = 1; length < header.bitCount() / 8; ++length)  // whole bytes of it, no stop bit
       EXPECT_EQ(
@@ -285,7 +188,7 @@ TEST(H264Slice, HeadersOfEveryForm) {
                   pps)
               .status,
           kUnreadable)
-          << written.what << " " << length;
+          << slice.what << " " << length;
   }
 }
 
@@ -307,34 +210,28 @@ TEST(H264Slice, EmulationPreventionBytesBelongToWhatStandsBeforeThem) {
 
 TEST(H264Slice, RefusesWhatItCannotFollow) {
   const Bytes sps = SPSFields{}.unit(), pps = PPSFields{}.unit();
-  const auto slice = [](uint8_t header, uint32_t type, const std::function<void(BitWriter&)>& rest) {
+  const auto slice = [](uint8_t header, const char* rest) {
     BitWriter writer;
-    writer.bits(header, 8).ue(0).ue(type);
-    rest(writer);
+    spell(writer.bits(header, 8).ue(0), rest);
     return writer.zeros(100).unit();
   };
-  const auto good = [](BitWriter& w) { w.ue(0).bits(0, 4).bits(0, 6).flag(false).flag(false).se(0); };
-  EXPECT_EQ(measure(slice(0x01, kP, good), sps, pps).status, 0);
+  const char* const good = "u0 u0 4:0 6:0 0 0 s0";
   const struct {
     const char* what;
     Bytes slice;
     PVStatus status;
-  } cases[] = {
-      {"SEI", slice(0x06, kP, good), kInvalid},
-      {"data partition B", slice(0x03, kP, good), kInvalid},
-      {"multiview slice", slice(0x74, kP, good), kInvalid},
-      {"unknown type", slice(0x01, 10, good), kUnreadable},
-      {"PPS 256", slice(0x01, kI, [](BitWriter& w) { w.ue(256); }), kUnreadable},
-      {"another PPS", slice(0x01, kI, [](BitWriter& w) { w.ue(1); }), kInvalid},
-      {"33 references", slice(0x01, kP, [](BitWriter& w) { w.ue(0).zeros(10).flag(true).ue(32); }),
-       kUnreadable},
-      {"unknown list change", slice(0x01, kP, [](BitWriter& w) { w.ue(0).zeros(11).flag(true).ue(4); }),
-       kUnreadable},
-      {"unknown marking", slice(0x21, kI, [](BitWriter& w) { w.ue(0).zeros(10).flag(true).ue(7); }),
-       kUnreadable},
-  };
+  } cases[] = {{"P", slice(0x01, good), 0},
+               {"SEI", slice(0x06, good), kInvalid},
+               {"data partition B", slice(0x03, good), kInvalid},
+               {"multiview slice", slice(0x74, good), kInvalid},
+               {"unknown type", slice(0x01, "u10 u0"), kUnreadable},
+               {"PPS 256", slice(0x01, "u2 u256"), kUnreadable},
+               {"another PPS", slice(0x01, "u2 u1"), kInvalid},
+               {"33 references", slice(0x01, "u0 u0 4:0 6:0 1 u32"), kUnreadable},
+               {"unknown list change", slice(0x01, "u0 u0 4:0 6:0 0 1 u4"), kUnreadable},
+               {"unknown marking", slice(0x21, "u2 u0 4:0 6:0 1 u7"), kUnreadable}};
   for (const auto& c : cases) EXPECT_EQ(measure(c.slice, sps, pps).status, c.status) << c.what;
-  const Bytes fine = slice(0x01, kP, good);
+  const Bytes fine = slice(0x01, good);
   EXPECT_EQ(measure(fine, SPSFields{.id = 1}.unit(), pps).status, kInvalid);
   EXPECT_EQ(measure(fine, SPSFields{.log2MaxFrameNum = 17}.unit(), pps).status, kUnreadable);
   EXPECT_EQ(measure(fine, pps, pps).status, kInvalid);
