@@ -47,6 +47,7 @@ struct BuiltIn {
 constexpr BuiltIn kBuiltIns[] = {
     {kPVMediaType_Audio, KivAudioFormatDescriptionRegister},
     {kPVMediaType_Muxed, KivMuxedFormatDescriptionRegister},
+    {kPVMediaType_TimeCode, KivTimeCodeFormatDescriptionRegister},
     {kPVMediaType_Video, KivVideoFormatDescriptionRegister},
 };
 

@@ -21,6 +21,7 @@ namespace pv {
 
 template <class Word>
 constexpr Word swapped(Word word) {
+  if constexpr (sizeof(Word) == 1) return word;
   if constexpr (sizeof(Word) == 2) return __builtin_bswap16(word);
   if constexpr (sizeof(Word) == 4) return __builtin_bswap32(word);
   if constexpr (sizeof(Word) == 8) return __builtin_bswap64(word);

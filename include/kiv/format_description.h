@@ -71,6 +71,7 @@ PV_EXPORT bool KivFormatDescriptionExtensionsDictionariesEqualIgnoringKeys(BRDic
 PV_EXPORT PVStatus KivGenericFormatDescriptionRegisterOnce(void);
 PV_EXPORT PVStatus KivMuxedFormatDescriptionRegister(void);
 PV_EXPORT PVStatus KivAudioFormatDescriptionRegister(void);
+PV_EXPORT PVStatus KivTimeCodeFormatDescriptionRegister(void);
 PV_EXPORT PVStatus KivVideoFormatDescriptionRegister(void);
 
 /* Adds a reference and returns the description. NULL is allowed and gives NULL. */
