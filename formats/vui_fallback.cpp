@@ -10,63 +10,16 @@
 #include <bedra/literal.hpp>
 #include <bedra/ref.hpp>
 
+#include "formats/code_points.hpp"
 #include "formats/video_format_description.hpp"
 #include "runtime/error.hpp"
 #include "runtime/four_char_code.hpp"
 
 using namespace br::literals;
 using namespace pv::literals;
+using namespace pv::video;
 
 namespace {
-
-struct CodePoint {
-  uint32_t code;
-  BRStringRef value;
-};
-
-// Each sorted by code. A code that is missing has no value.
-constexpr CodePoint kChromaLocations[] = {
-    {0, "IMImageBufferChromaLocation_Left"_br},       {1, "IMImageBufferChromaLocation_Center"_br},
-    {2, "IMImageBufferChromaLocation_TopLeft"_br},    {3, "IMImageBufferChromaLocation_Top"_br},
-    {4, "IMImageBufferChromaLocation_BottomLeft"_br}, {5, "IMImageBufferChromaLocation_Bottom"_br},
-    {255, "IMImageBufferChromaLocation_DV420"_br},
-};
-constexpr CodePoint kColorPrimaries[] = {
-    {1, "IMImageBufferColorPrimaries_ITU_R_709_2"_br},
-    {5, "IMImageBufferColorPrimaries_EBU_3213"_br},
-    {6, "IMImageBufferColorPrimaries_SMPTE_C"_br},
-    {9, "ITU_R_2020"_br},
-    {11, "DCI_P3"_br},
-    {12, "P3_D65"_br},
-    {22, "P22"_br},
-};
-constexpr CodePoint kTransferFunctions[] = {
-    {1, "IMImageBufferTransferFunction_ITU_R_709_2"_br},
-    {6, "IMImageBufferTransferFunction_ITU_R_709_2"_br},
-    {7, "SMPTE_240M_1995"_br},
-    {14, "ITU_R_2020"_br},
-};
-// On purpose not Table E-5: 5 has no value here, 11 and 12 have.
-constexpr CodePoint kMatrices[] = {
-    {1, "IMImageBufferYCbCrMatrix_ITU_R_709_2"_br},
-    {6, "ITU_R_601_4"_br},
-    {7, "SMPTE_240M_1995"_br},
-    {9, "ITU_R_2020"_br},
-    {11, "DCI_P3"_br},
-    {12, "P3_D65"_br},
-};
-
-constexpr bool inOrder(const CodePoint& a, const CodePoint& b) { return a.code < b.code; }
-static_assert(std::is_sorted(std::begin(kChromaLocations), std::end(kChromaLocations), inOrder));
-static_assert(std::is_sorted(std::begin(kColorPrimaries), std::end(kColorPrimaries), inOrder));
-static_assert(std::is_sorted(std::begin(kTransferFunctions), std::end(kTransferFunctions), inOrder));
-static_assert(std::is_sorted(std::begin(kMatrices), std::end(kMatrices), inOrder));
-
-template <size_t N>
-BRStringRef valueOf(const CodePoint (&table)[N], uint32_t code) {
-  const CodePoint* found = std::lower_bound(table, table + N, CodePoint{code, nullptr}, inOrder);
-  return found != table + N && found->code == code ? found->value : nullptr;
-}
 
 // What a sequence parameter set says. Of a set that cannot be parsed there is none.
 struct Facts {
@@ -178,14 +131,13 @@ void addChromaLocations(const KivVideoUsability& usability, Additions& additions
       !additions.lacks(kPVFormatDescriptionExtension_ChromaLocationTopField))
     return;
   if (top == 2 && bottom == 2) top = bottom = 1;
-  additions.add(kPVFormatDescriptionExtension_ChromaLocationTopField, valueOf(kChromaLocations, top));
+  additions.add(kPVFormatDescriptionExtension_ChromaLocationTopField, nameOf(chromaLocations(), top));
   if (additions.lacks(kPVFormatDescriptionExtension_ChromaLocationBottomField))
-    additions.add(kPVFormatDescriptionExtension_ChromaLocationBottomField, valueOf(kChromaLocations, bottom));
+    additions.add(kPVFormatDescriptionExtension_ChromaLocationBottomField, nameOf(chromaLocations(), bottom));
 }
 
-template <size_t N>
-void addColour(BRStringRef key, const CodePoint (&table)[N], uint32_t code, Additions& additions) {
-  if (additions.lacks(key)) additions.add(key, valueOf(table, code));
+void addColour(BRStringRef key, std::span<const CodePoint> table, uint32_t code, Additions& additions) {
+  if (additions.lacks(key)) additions.add(key, nameOf(table, code));
 }
 
 void addAll(const Facts& facts, Additions& additions) {
@@ -193,11 +145,11 @@ void addAll(const Facts& facts, Additions& additions) {
   if (facts.hasUsability) {
     addChromaLocations(usability, additions);
     if (usability.colourDescriptionPresent) {
-      addColour(kPVFormatDescriptionExtension_ColorPrimaries, kColorPrimaries, usability.colourPrimaries,
+      addColour(kPVFormatDescriptionExtension_ColorPrimaries, colorPrimaries(), usability.colourPrimaries,
                 additions);
-      addColour(kPVFormatDescriptionExtension_TransferFunction, kTransferFunctions,
+      addColour(kPVFormatDescriptionExtension_TransferFunction, transferFunctions(),
                 usability.transferCharacteristics, additions);
-      addColour(kPVFormatDescriptionExtension_YCbCrMatrix, kMatrices, usability.matrixCoefficients,
+      addColour(kPVFormatDescriptionExtension_YCbCrMatrix, matrices(), usability.matrixCoefficients,
                 additions);
     }
     if (additions.lacks(kPVFormatDescriptionExtension_FullRangeVideo))

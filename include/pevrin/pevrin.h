@@ -8,10 +8,17 @@
 #include <pevrin/base.h>
 #include <pevrin/base_object.h>
 #include <pevrin/block_buffer.h>
+#include <pevrin/closed_caption_description.h>
 #include <pevrin/format_description.h>
+#include <pevrin/image_description.h>
 #include <pevrin/notification_center.h>
+#include <pevrin/sample_description.h>
+#include <pevrin/sound_description.h>
+#include <pevrin/text_description.h>
+#include <pevrin/text_format_description.h>
 #include <pevrin/time.h>
 #include <pevrin/time_range.h>
+#include <pevrin/timecode_format_description.h>
 #include <pevrin/video_format_description.h>
 
 #endif
