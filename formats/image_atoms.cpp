@@ -67,8 +67,9 @@ bool readColorCodes(ByteReader& reader, bool hasRange, DictionaryBuilder& extens
     whole = whole && (name ? codeOf(part.table, name) == code : code == kUnspecified);
   }
   const uint8_t range = hasRange ? reader.u8() : 0;
-  if (reader.ok() && range & 0x80) extensions.setBoolean(kPVFormatDescriptionExtension_FullRangeVideo, true);
-  return whole && some && (range & 0x7F) == 0 && reader.ok() && reader.atEnd();
+  const bool fullRange = reader.ok() && range & 0x80;
+  if (fullRange) extensions.setBoolean(kPVFormatDescriptionExtension_FullRangeVideo, true);
+  return whole && (some || fullRange) && (range & 0x7F) == 0 && reader.ok() && reader.atEnd();
 }
 
 bool readColor(ByteReader reader, DictionaryBuilder& extensions) {
@@ -282,9 +283,9 @@ void writeChromaLocation(ByteWriter& writer, BRDictionaryRef extensions, Flavor)
       codeOf(chromaLocations(), get(extensions, kPVFormatDescriptionExtension_ChromaLocationTopField));
   const int bottom =
       codeOf(chromaLocations(), get(extensions, kPVFormatDescriptionExtension_ChromaLocationBottomField));
-  if (top < 0 && bottom < 0) return;
+  if (top < 0 || bottom < 0) return;
   const size_t start = openAtom(writer, "chrm"_4cc);
-  writer.u8(static_cast<uint8_t>(top < 0 ? bottom : top)).u8(static_cast<uint8_t>(bottom < 0 ? top : bottom));
+  writer.u8(static_cast<uint8_t>(top)).u8(static_cast<uint8_t>(bottom));
   closeAtom(writer, start);
 }
 

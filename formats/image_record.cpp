@@ -70,15 +70,24 @@ void readName(const uint8_t* record, DictionaryBuilder& extensions) {
 }
 void writeName(uint8_t* record, BRDictionaryRef extensions) {
   BRStringRef name = pv::asString(BRDictionaryGetValue(extensions, kPVFormatDescriptionExtension_FormatName));
-  const char* text = BRStringGetUTF8(name);
+  uint8_t* field = record + image::kCompressorName;
+  char* text = reinterpret_cast<char*>(field + 1);
   size_t length = BRStringGetLengthBytes(name);
+  if (length > kLongestName && BRStringGetLengthUTF16(name) <= kLongestName) {
+    char roman[image::kCompressorNameBytes];
+    if (BRStringGetCString(name, roman, sizeof roman, kBRStringEncodingWesternRoman)) {
+      field[0] = static_cast<uint8_t>(BRStringGetLengthUTF16(name));
+      std::memcpy(text, roman, field[0]);
+      return;
+    }
+  }
+  const char* utf8 = BRStringGetUTF8(name);
   if (length > kLongestName) {
     length = kLongestName;
-    while (length > 0 && (text[length] & 0xC0) == 0x80) --length;
+    while (length > 0 && (utf8[length] & 0xC0) == 0x80) --length;
   }
-  uint8_t* field = record + image::kCompressorName;
   field[0] = static_cast<uint8_t>(length);
-  std::memcpy(field + 1, text, length);
+  std::memcpy(text, utf8, length);
 }
 
 void readFixedFields(const uint8_t* record, DictionaryBuilder& extensions) {
@@ -105,8 +114,8 @@ void writeFixedFields(uint8_t* record, BRDictionaryRef extensions) {
   writeNumber<uint16_t>(record, image::kVersion, kPVFormatDescriptionExtension_Version, 0, extensions);
   writeNumber<uint16_t>(record, image::kRevisionLevel, kPVFormatDescriptionExtension_RevisionLevel, 0,
                         extensions);
-  image::kVendor.write(record,
-                       codeOf(BRDictionaryGetValue(extensions, kPVFormatDescriptionExtension_Vendor)));
+  image::kVendor.write(
+      record, codeOf(BRDictionaryGetValue(extensions, kPVFormatDescriptionExtension_Vendor)).value_or(0));
   writeNumber<uint32_t>(record, image::kTemporalQuality, kPVFormatDescriptionExtension_TemporalQuality, 0,
                         extensions);
   writeNumber<uint32_t>(record, image::kSpatialQuality, kPVFormatDescriptionExtension_SpatialQuality, 0,

@@ -44,12 +44,12 @@ br::Ref<const BRString> copyCodeString(BRAllocatorRef allocator, PVFourCharCode 
       BRStringCreateWithBytes(allocator, &bytes, sizeof bytes, kBRStringEncodingWesternRoman));
 }
 
-PVFourCharCode codeOf(BRTypeRef string) {
+std::optional<PVFourCharCode> codeOf(BRTypeRef string) {
   char text[64];  // a longer string is no code
-  if (!string || BRGetTypeID(string) != BRStringGetTypeID()) return 0;
+  if (!string || BRGetTypeID(string) != BRStringGetTypeID()) return std::nullopt;
   auto* code = static_cast<BRStringRef>(string);
-  if (BRStringGetLengthUTF16(code) < 4) return 0;
-  if (!BRStringGetCString(code, text, sizeof text, kBRStringEncodingWesternRoman)) return 0;
+  if (BRStringGetLengthUTF16(code) < 4) return std::nullopt;
+  if (!BRStringGetCString(code, text, sizeof text, kBRStringEncodingWesternRoman)) return std::nullopt;
   return loadBigEndian<uint32_t>(text);
 }
 
@@ -122,12 +122,12 @@ void writeAtoms(ByteWriter& writer, BRDictionaryRef atoms, SkipAtom skip) {
   } context{writer, skip};
   const auto writeEach = [](const void* key, const void* value, void* info) {
     const auto& to = *static_cast<Context*>(info);
-    const PVFourCharCode type = codeOf(key);
-    if (type == 0 || (to.skip && to.skip(type, value))) return;
+    const auto type = codeOf(key);
+    if (!type || (to.skip && to.skip(*type, value))) return;
     const auto writeOne = [&](BRTypeRef payload) {
       if (!payload || BRGetTypeID(payload) != BRDataGetTypeID()) return;
       auto* data = static_cast<BRDataRef>(payload);
-      writeAtom(to.writer, type, BRDataGetBytePtr(data), BRDataGetLength(data));
+      writeAtom(to.writer, *type, BRDataGetBytePtr(data), BRDataGetLength(data));
     };
     if (BRGetTypeID(value) != BRArrayGetTypeID()) return writeOne(value);
     auto* array = static_cast<BRArrayRef>(value);

@@ -9,6 +9,7 @@
 #include <pevrin/sample_description.h>
 
 #include <bedra/ref.hpp>
+#include <optional>
 
 #include "formats/record_fields.hpp"
 #include "runtime/error.hpp"
@@ -26,7 +27,7 @@ inline bool isISO(Flavor flavor) { return flavor == Flavor::kISO || flavor == Fl
 // A four-character code as a string of four characters, Western Roman; and the code of a string's first four
 // characters, 0 when there are none.
 br::Ref<const BRString> copyCodeString(BRAllocatorRef allocator, PVFourCharCode code);
-PVFourCharCode codeOf(BRTypeRef string);
+std::optional<PVFourCharCode> codeOf(BRTypeRef string);
 
 // --- Reading
 

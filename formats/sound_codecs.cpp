@@ -46,7 +46,8 @@ bool readESDS(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* f
     case kObjectMPEG2AACSSR:
       take(cookie, payload);
       format->formatID = kAudioFormatMPEG4AAC;
-      return readAACConfiguration(elementary.configuration, elementary.configurationLength, format);
+      readAACConfiguration(elementary.configuration, elementary.configurationLength, format);
+      return true;
     case kObjectMPEG2Layer3:
     case kObjectMPEG1Audio:
       format->formatID = kAudioFormatMPEGLayer3;
@@ -82,7 +83,7 @@ bool readDAC3(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* f
   const uint32_t acmod = bits.bits(3);
   const bool lfe = bits.flag();
   if (bits.ok()) setAC3(format, rateCode, acmod, lfe);
-  return bits.ok();
+  return true;
 }
 
 bool readDEC3(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* format) {
@@ -95,7 +96,7 @@ bool readDEC3(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* f
   const bool lfe = bits.flag();
   bits.skip(3);
   const uint32_t dependent = bits.bits(4);
-  if (!bits.ok()) return false;
+  if (!bits.ok()) return true;
   // more channels are in dependent substreams: the record counts them
   const uint32_t counted = format->channelsPerFrame;
   setAC3(format, rateCode, acmod, lfe);
@@ -118,7 +119,7 @@ bool readALAC(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* f
   const uint8_t channels = reader.u8();
   reader.skip(2 + 4 + 4);
   const uint32_t rate = reader.u32();
-  if (!reader.ok() || cookie->length != kConfigurationBytes) return false;
+  if (!reader.ok() || cookie->length != kConfigurationBytes) return true;
   format->framesPerPacket = frames;
   format->formatFlags = sourceBitsFlag(depth);
   if (channels) format->channelsPerFrame = channels;
@@ -144,11 +145,12 @@ bool readDOPS(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* f
   const uint8_t family = payload.u8();
   const size_t mapping = payload.remaining();
   writer.u8(family).bytes(payload.take(mapping), mapping);
+  if (mapping != (family == 0 ? 0 : size_t{channels} + 2)) return false;
   cookie->bytes = cookie->converted;
   cookie->length = writer.position();
   format->sampleRate = 48000;  // whatever the input's was
   if (channels) format->channelsPerFrame = channels;
-  return mapping == (family == 0 ? 0 : size_t{channels} + 2);
+  return true;
 }
 
 void writeDOPS(ByteWriter& writer, const uint8_t* cookie, size_t length) {

@@ -22,8 +22,8 @@ struct Codec {
   PVFourCharCode dataFormat;
   AudioFormatID formatID;
   PVFourCharCode atom;  // of its configuration; 0 for none
-  // Takes the cookie from the atom's payload and sets what it says in the format; keeps what it does not.
-  // False when the payload is malformed, or says more than the cookie can.
+  // Takes the cookie from the atom's payload and sets what it says in the format, as far as it can be read.
+  // False when the payload says more than the cookie can.
   bool (*read)(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* format);
   // Writes the payload for a cookie.
   void (*write)(ByteWriter& writer, const uint8_t* cookie, size_t length);

@@ -23,12 +23,8 @@ bool saysVariable(uint16_t compressionID) { return compressionID == 0xFFFE || co
 // One record's atoms on their way into what the record says.
 class AtomReader {
  public:
-  AtomReader(PVFourCharCode dataFormat, Flavor flavor, SoundRecord* out, AtomCollector* kept)
-      : dataFormat_(dataFormat),
-        flavor_(flavor),
-        out_(out),
-        kept_(kept),
-        codec_(codecOfDataFormat(dataFormat)) {}
+  AtomReader(PVFourCharCode dataFormat, SoundRecord* out, AtomCollector* kept)
+      : dataFormat_(dataFormat), out_(out), kept_(kept), codec_(codecOfDataFormat(dataFormat)) {}
 
   // A status is signalled.
   PVStatus read(ByteReader atoms) {
@@ -72,7 +68,7 @@ class AtomReader {
       littleEndian_ = little == 1;
       return little <= 1 && payload.ok() && payload.atEnd();
     }
-    if (!codec_ || codec_->atom != atom.type || out_->cookie.bytes) return false;
+    if (!codec_ || !codec_->read || codec_->atom != atom.type || out_->cookie.bytes) return false;
     return codec_->read(payload, &out_->cookie, &out_->format);
   }
   bool takeWave(const ExtensionAtom& wave) {
@@ -110,7 +106,6 @@ class AtomReader {
   }
 
   PVFourCharCode dataFormat_;
-  Flavor flavor_;
   SoundRecord* out_;
   AtomCollector* kept_;
   const Codec* codec_;
@@ -192,7 +187,7 @@ PVStatus readSound(const uint8_t* bytes, size_t size, Flavor flavor, SoundRecord
     saysItself = readCompressed(bytes, version, format);
 
   const AudioStreamBasicDescription told = format;
-  AtomReader atoms(dataFormat, flavor, out, kept);
+  AtomReader atoms(dataFormat, out, kept);
   if (PVStatus status = atoms.read(ByteReader(bytes + start, length - start))) return status;
   if (pcm) {
     const uint32_t bits = atoms.sampleBits() ? atoms.sampleBits() : fields::kSampleSize.read(bytes);

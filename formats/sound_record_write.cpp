@@ -47,17 +47,31 @@ bool fitsFixedPoint(double rate) {
   return rate >= 0 && rate < 65536 && rate * 65536 == std::floor(rate * 65536);
 }
 
+// A format ID that in versions 0 and 1 would name linear PCM: only version 2 keeps it.
+bool isNamedLikePCM(const AudioStreamBasicDescription& format) {
+  return format.formatID != kAudioFormatLinearPCM && isPCM(format.formatID);
+}
+
 uint16_t chooseVersion(const AudioStreamBasicDescription& format, Flavor flavor) {
   if (isISO(flavor)) return 0;
   const bool pcm = format.formatID == kAudioFormatLinearPCM;
   const bool wide = pcm && (format.bitsPerChannel > 16 || format.formatFlags & kAudioFormatFlagIsFloat);
-  if (flavor == Flavor::kMovieV2 || format.channelsPerFrame > 2 || wide || !fitsFixedPoint(format.sampleRate))
+  if (flavor == Flavor::kMovieV2 || format.channelsPerFrame > 2 || wide || isNamedLikePCM(format) ||
+      !fitsFixedPoint(format.sampleRate))
     return 2;
   return pcm ? 0 : 1;
 }
 
+// Whether the fields of version 0, and 'srat' beside them, can say rate and channels.
+bool fitsISO(const AudioStreamBasicDescription& format) {
+  const double rate = format.sampleRate;
+  return !isNamedLikePCM(format) && format.channelsPerFrame <= INT16_MAX &&
+         (fitsFixedPoint(rate) || (rate >= 1 && rate <= UINT32_MAX));
+}
+
 // Names the data format. False when no record of the flavour can say it.
 bool nameDataFormat(Contents& contents) {
+  if (isISO(contents.flavor) && !fitsISO(contents.format)) return false;
   if (contents.pcm()) {
     PCMForm form = formOfPCM(contents.format, contents.flavor, contents.version);
     if (form.dataFormat == 0 && contents.flavor == Flavor::kMovie) {
@@ -87,7 +101,8 @@ void writeFixedFields(uint8_t* record, const Contents& contents) {
     pv::getInteger(contents.extensions, kPVFormatDescriptionExtension_RevisionLevel, &revision);
   fields::kRevisionLevel.write(record, revision);
   fields::kVendor.write(
-      record, codeOf(BRDictionaryGetValue(contents.extensions, kPVFormatDescriptionExtension_Vendor)));
+      record,
+      codeOf(BRDictionaryGetValue(contents.extensions, kPVFormatDescriptionExtension_Vendor)).value_or(0));
   if (contents.version == 2) {  // the fields of version 0 have fixed values
     fields::kChannels.write(record, 3);
     fields::kSampleSize.write(record, 16);
@@ -154,7 +169,7 @@ void writeDecoderAtoms(pv::ByteWriter& writer, const Contents& contents) {
       writer.u32(14).u32("pcmC"_4cc).u32(0).u8(contents.littleEndian);
       writer.u8(static_cast<uint8_t>(contents.format.bitsPerChannel));
     }
-    if (!fitsFixedPoint(contents.format.sampleRate) && contents.format.sampleRate < UINT32_MAX) {
+    if (!fitsFixedPoint(contents.format.sampleRate)) {
       writer.u32(16).u32("srat"_4cc).u32(0);
       writer.u32(static_cast<uint32_t>(contents.format.sampleRate));
     }

@@ -5,7 +5,6 @@
 #include <pevrin/text_format_description.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 
 #include "formats/extensions.hpp"
@@ -153,12 +152,12 @@ void readFontTable(pv::ByteReader reader, DictionaryBuilder& extensions, bool* m
   extensions.setDictionary(kPVTextFormatDescriptionExtension_FontTable, table);
 }
 
-PVStatus readAtoms(pv::ByteReader reader, DictionaryBuilder& extensions) {
+PVStatus readAtoms(pv::ByteReader reader, PVFourCharCode format, DictionaryBuilder& extensions) {
   AtomCollector others(extensions.allocator());
   ExtensionAtom atom;
   for (AtomStep step; (step = nextAtom(reader, &atom)) != AtomStep::kEnd;) {
     bool malformed = step == AtomStep::kMalformed;
-    if (!malformed && atom.type == "ftab"_4cc)
+    if (!malformed && atom.type == "ftab"_4cc && format == timed_text::kFormat)
       readFontTable(pv::ByteReader(atom.payload, atom.length), extensions, &malformed);
     else if (!malformed && !others.add(atom))
       extensions.fail();
@@ -188,7 +187,7 @@ PVStatus readExtensions(const uint8_t* bytes, size_t length, DictionaryBuilder& 
     if (!name) return pv::signalError(kPVSampleDescriptionError_MalformedRecord);
     extensions.setText(kPVTextFormatDescriptionExtension_DefaultFontName, name, nameLength);
   }
-  return readAtoms(rest, extensions);
+  return readAtoms(rest, format, extensions);
 }
 
 // --- Writing
@@ -219,16 +218,19 @@ void writeFontTable(pv::ByteWriter& writer, BRDictionaryRef table) {
 
 // What a record holds besides fields and atoms: a font name, a font table.
 struct Fonts {
-  char name[256] = {};  // Western Roman
+  char name[256] = {};  // Western Roman, a byte for each character
+  size_t nameLength = 0;
   BRDictionaryRef table = nullptr;
 
   // False when a name has no place in the record.
   bool take(PVFormatDescriptionRef description) {
     BRStringRef defaultName = pv::asString(
         PVFormatDescriptionGetExtension(description, kPVTextFormatDescriptionExtension_DefaultFontName));
-    if (PVFormatDescriptionGetMediaSubType(description) == text::kFormat)
+    if (PVFormatDescriptionGetMediaSubType(description) == text::kFormat) {
+      nameLength = BRStringGetLengthUTF16(defaultName);
       return !defaultName ||
              BRStringGetCString(defaultName, name, sizeof name, kBRStringEncodingWesternRoman);
+    }
     table = pv::asDictionary(
         PVFormatDescriptionGetExtension(description, kPVTextFormatDescriptionExtension_FontTable));
     bool fit = BRDictionaryGetCount(table) <= UINT16_MAX;
@@ -250,8 +252,7 @@ PVStatus writeRecordOf(BRAllocatorRef allocator, PVFormatDescriptionRef descript
   return writeRecord(allocator, recordOut, [&](pv::ByteWriter& writer) {
     writer.bytes(fixed, fixedBytesOf(format));
     if (format == text::kFormat) {
-      const size_t length = std::strlen(fonts.name);
-      writer.u8(static_cast<uint8_t>(length)).bytes(fonts.name, length);
+      writer.u8(static_cast<uint8_t>(fonts.nameLength)).bytes(fonts.name, fonts.nameLength);
     }
     if (format == timed_text::kFormat && fonts.table) writeFontTable(writer, fonts.table);
     writeAtoms(writer, extensionAtomsOf(description));

@@ -5,6 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const RecordKind kKind = {PVTextFormatDescriptionCreateFromBigEndianTextDescriptionData,
                                    PVTextFormatDescriptionCopyAsBigEndianTextDescriptionBlockBuffer,
-                                   PVSwapBigEndianTextDescriptionToHost, PVSwapHostEndianTextDescriptionToBig};
+                                   PVSwapBigEndianTextDescriptionToHost,
+                                   PVSwapHostEndianTextDescriptionToBig};
   return fuzzRecord(kKind, data, size);
 }

@@ -5,6 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const RecordKind kKind = {PVTimeCodeFormatDescriptionCreateFromBigEndianTimeCodeDescriptionData,
                                    PVTimeCodeFormatDescriptionCopyAsBigEndianTimeCodeDescriptionBlockBuffer,
-                                   PVSwapBigEndianTimeCodeDescriptionToHost, PVSwapHostEndianTimeCodeDescriptionToBig};
+                                   PVSwapBigEndianTimeCodeDescriptionToHost,
+                                   PVSwapHostEndianTimeCodeDescriptionToBig};
   return fuzzRecord(kKind, data, size);
 }

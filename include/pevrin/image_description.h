@@ -66,7 +66,7 @@ PV_EXPORT PVStatus PVVideoFormatDescriptionCreateFromBigEndianImageDescriptionBl
  * remembers for the flavour is written as it was, as long as codec type and size are still the same; any other has data
  * reference index 1, then the atoms among the extensions in their order, 'fiel', 'colr' ('nclx' in the ISO and 3GP
  * flavours and whenever FullRangeVideo is true, else 'nclc'; then 'prof'), 'pasp', 'clap', 'gama', 'chrm'. A compressor
- * name is UTF-8, cut after the last whole character of its first 31 bytes.
+ * name is UTF-8; Western Roman when it fits the field's 31 bytes only so; else cut after a whole character.
  * kPVSampleDescriptionError_InvalidParameter: a null pointer, a description of another media type.
  * kPVSampleDescriptionError_Unsupported: a flavour that is not known, or for sound only; a width or height below 0 or above
  * 65,535. A block buffer's statuses when memory runs out. */

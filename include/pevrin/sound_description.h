@@ -59,7 +59,8 @@ PV_EXPORT PVStatus PVAudioFormatDescriptionCreateFromBigEndianSoundDescriptionBl
  *
  * kPVSampleDescriptionError_InvalidParameter: a null pointer, a description of another media type.
  * kPVSampleDescriptionError_Unsupported: a flavour that is not known; PCM that is not interleaved or packed, or of a sample
- * size that the flavour has no format for; AAC without a cookie. A block buffer's statuses when memory runs out. */
+ * size that the flavour has no format for; AAC without a cookie; in the ISO and 3GP flavours more than 32,767 channels or a
+ * sample rate below 1 that 16.16 cannot say, or of 2^32 and more. A block buffer's statuses when memory runs out. */
 PV_EXPORT PVStatus PVAudioFormatDescriptionCopyAsBigEndianSoundDescriptionBlockBuffer(
     BRAllocatorRef allocator, PVFormatDescriptionRef description, BRStringRef flavor, PVBlockBufferRef *recordOut);
 

@@ -268,7 +268,7 @@ TEST(ImageDescription, CleanApertureWithoutRationalsAndLongNamesAreWritten) {
       nullptr, keys, values, 4, &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
   const void* extensionKeys[] = {kPVFormatDescriptionExtension_CleanAperture,
                                  kPVFormatDescriptionExtension_FormatName};
-  const void* extensionValues[] = {aperture.get(), "A name of thirty bytes, then: äöü"_br};
+  const void* extensionValues[] = {aperture.get(), "A name of thirty bytes, then: 漢"_br};
   const auto extensions = br::Ref<const BRDictionary>::adopt(
       BRDictionaryCreate(nullptr, extensionKeys, extensionValues, 2, &kBRTypeDictionaryKeyCallBacks,
                          &kBRTypeDictionaryValueCallBacks));
