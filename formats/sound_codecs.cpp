@@ -230,6 +230,8 @@ const Codec* codecOfFormat(AudioFormatID formatID) {
   return found == std::end(kCodecs) ? nullptr : found;
 }
 
+bool isAMR(AudioFormatID formatID) { return formatID == kAudioFormatAMR || formatID == kAudioFormatAMR_WB; }
+
 bool isAAC(AudioFormatID formatID) {
   return formatID == kAudioFormatMPEG4AAC || formatID == kAudioFormatMPEG4AAC_HE ||
          formatID == kAudioFormatMPEG4AAC_HE_V2 || formatID == kAudioFormatMPEG4AAC_LD ||

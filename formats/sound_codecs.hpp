@@ -35,6 +35,9 @@ struct Codec {
 const Codec* codecOfDataFormat(PVFourCharCode dataFormat);
 const Codec* codecOfFormat(AudioFormatID formatID);
 
+// Always of one channel.
+bool isAMR(AudioFormatID formatID);
+
 // 'aac ' and its layers, which cannot do without a cookie.
 bool isAAC(AudioFormatID formatID);
 

@@ -140,6 +140,7 @@ void readVersion2(const uint8_t* bytes, AudioStreamBasicDescription& format) {
 // What the fields of versions 0 and 1 say of a compressed format. True when they say it themselves and the
 // cookie has only the format ID to add.
 bool readCompressed(const uint8_t* bytes, uint16_t version, AudioStreamBasicDescription& format) {
+  if (isAMR(format.formatID)) format.channelsPerFrame = 1;  // whatever the field says: files have 2 there
   if (const Codec* codec = codecOfDataFormat(kDataFormat.read(bytes))) {
     format.framesPerPacket = codec->framesPerPacket;
     format.bytesPerPacket = codec->bytesPerPacketAndChannel * format.channelsPerFrame;

@@ -118,7 +118,9 @@ void writeFixedFields(uint8_t* record, const Contents& contents) {
     fields::kFramesPerAudioPacket.write(record, format.framesPerPacket);
     return;
   }
-  fields::kChannels.write(record, static_cast<int16_t>(format.channelsPerFrame));
+  // AMR has one channel, but two by the field (3GPP TS 26.244 6.5)
+  const bool twoForOne = contents.version == 0 && isAMR(format.formatID);
+  fields::kChannels.write(record, twoForOne ? 2 : static_cast<int16_t>(format.channelsPerFrame));
   fields::kSampleSize.write(record, contents.pcm() ? static_cast<uint16_t>(format.bitsPerChannel) : 16);
   if (fitsFixedPoint(format.sampleRate))
     fields::kSampleRate.write(record, static_cast<uint32_t>(format.sampleRate * 65536));

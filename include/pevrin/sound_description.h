@@ -19,7 +19,8 @@
  * Of 'mp4a', object types 0x40 and 0x66 to 0x68 are AAC: 'aac ', or with layers signalled in front of the core 'aach' and
  * 'aacp'; 0x69 and 0x6B are '.mp3', 0xA5 'ac-3', 0xA6 'ec-3'; any other stays 'mp4a' with its cookie. What the cookie says of
  * sample rate, channels and frames goes before the record's fields, but for versions 1 and 2 that say it themselves.
- * alac and flac tell the bits of their source by format flags: 1 for 16, 2 for 20, 3 for 24, 4 for 32.
+ * alac and flac tell the bits of their source by format flags: 1 for 16, 2 for 20, 3 for 24, 4 for 32. AMR has one channel,
+ * though records of versions 0 and 1 have 2 in their field (3GPP TS 26.244 6.5).
  *
  * The channel layout comes from 'chan' or from ISO's 'chnl'. Every other atom, and one of these that says more than fits,
  * keeps its payload in SampleDescriptionExtensionAtoms; revision level and vendor become extensions when not 0. The record
