@@ -18,6 +18,7 @@
 #include "movie_facts.hpp"
 #include "output.hpp"
 #include "report.hpp"
+#include "sample_descriptions.hpp"
 
 namespace {
 
@@ -60,12 +61,14 @@ class File {
 // for the end.
 class Inspection final : public AtomVisitor, public ParameterSetVisitor {
  public:
-  Inspection(Report& report, const Output& output) : report_(report), output_(output) {}
+  Inspection(Report& report, const Output& output, bool verify)
+      : report_(report), output_(output), verify_(verify) {}
 
   bool beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) override {
     report_.beginAtom(atom);
     if (auto fault = facts_.read(walk.types(), stream))
       damages_.push_back({walk.path(), atom.offset, fault->status, std::move(fault->message)});
+    descriptions_.noteAtom(atom, stream, walk, facts_.tracks().size());
     if (const auto codec = codecOfRecord(atom.type); codec && stream)
       visitConfigurationRecord(*codec, stream, atom.offset, walk.path(), *this);
     return output_.error() == 0;
@@ -84,7 +87,8 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
     isMovie_ = true;
     report_.beginMovie(fileName, file.size());
     AtomWalk(file.stream(), file.size(), *this).run();
-    report_.endMovie(facts_, sets_);
+    descriptions_.read(file.stream(), facts_.tracks(), verify_, damages_);
+    report_.endMovie(facts_, descriptions_, sets_);
   }
   void inspectStream(const File& file, const std::string& fileName, std::optional<Codec> codec) {
     report_.beginStream(fileName, file.size());
@@ -98,15 +102,17 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
  private:
   Report& report_;
   const Output& output_;
+  bool verify_;
   bool isMovie_ = false;
   MovieFacts facts_;
+  SampleDescriptions descriptions_;
   std::vector<ParameterSet> sets_;
   std::vector<Damage> damages_;
 };
 
 }  // namespace
 
-ExitStatus inspect(const std::string& fileName, bool json) {
+ExitStatus inspect(const std::string& fileName, bool json, bool verify) {
   File file;
   if (const std::string reason = file.open(fileName); !reason.empty()) {
     complain(fileName, reason);
@@ -114,7 +120,7 @@ ExitStatus inspect(const std::string& fileName, bool json) {
   }
   Output output;
   const auto report = json ? makeJsonReport(output) : makeTextReport(output);
-  Inspection inspection(*report, output);
+  Inspection inspection(*report, output, verify);
   const FileKind kind = fileKindOf(file.stream(), file.size(), fileName);
   if (kind.movie)
     inspection.inspectMovie(file, fileName);

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "atom_type.hpp"
+#include "description_report.hpp"
 #include "report.hpp"
 
 namespace {
@@ -59,7 +60,8 @@ class JsonReport final : public Report {
     first_ = false;
   }
 
-  void endMovie(const MovieFacts& facts, const std::vector<ParameterSet>& sets) override {
+  void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
+                const std::vector<ParameterSet>& sets) override {
     const PVTime duration = facts.duration().time();
     if (facts.hasMovie()) {
       output_.print("],\n\"movie\":{{\"timescale\":{},\"duration\":{},\"seconds\":{}}},\n",
@@ -69,7 +71,8 @@ class JsonReport final : public Report {
     }
     output_.write("\"tracks\":[");
     first_ = true;
-    for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
+    for (size_t i = 0; i < facts.tracks().size(); ++i)
+      writeTrack(facts, facts.tracks()[i], descriptions.ofTrack(i));
     output_.write("],\n\"parameterSets\":[");
     first_ = true;
     for (const ParameterSet& set : sets) parameterSet(set);
@@ -131,7 +134,8 @@ class JsonReport final : public Report {
                     location->second);
   }
 
-  void writeTrack(const MovieFacts& facts, const TrackFacts& track) {
+  void writeTrack(const MovieFacts& facts, const TrackFacts& track,
+                  std::span<const SampleDescription> descriptions) {
     const PVTime duration = facts.mediaDuration(track).time();
     separate();
     output_.print(
@@ -143,6 +147,13 @@ class JsonReport final : public Report {
     for (const Edit& edit : track.edits) {
       output_.print(R"({}{{"segmentDuration":{},"mediaTime":{},"rate":{}}})", separator, edit.segmentDuration,
                     edit.mediaTime, edit.rateAsDouble());
+      separator = ",";
+    }
+    output_.write(R"(],"descriptions":[)");
+    separator = "";
+    for (const SampleDescription& sample : descriptions) {
+      output_.write(separator);
+      output_.write(descriptionJson(sample.description.get()));
       separator = ",";
     }
     output_.write("]}");

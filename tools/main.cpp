@@ -24,7 +24,7 @@ that codec, and otherwise by its first parameter set.
 
 Of a movie the text shows one line per atom (offset, size and header size in
 bytes, type), then the duration of the movie, and for each track its id, kind,
-timescale, duration and edits. Times are exact: 00:00:05 (64000/12800) is 64000
+timescale, duration, edits and sample descriptions. Times are exact: 00:00:05 (64000/12800) is 64000
 units of 1/12800 second. Then, and of an elementary stream alone, it shows the
 parameter sets: a movie's from each 'avcC' and 'hvcC' atom, a stream's in their
 order, where a set that is repeated without a change is listed once.
@@ -39,11 +39,11 @@ has no atoms, movie and tracks:
                when the duration there is 0, as in fragmented movies, that of
                'mehd' if there is one; null without a movie header
   tracks       list of {id, handler, timescale, duration, seconds,
-               trackDuration, edits}: duration is that of the media ('mdhd'),
-               trackDuration that after edits ('tkhd'); edits is a list of
-               {segmentDuration, mediaTime, rate}, the first in units of the
-               movie's timescale, the second in units of the track's, or -1
-               for an empty edit
+               trackDuration, edits, descriptions}: duration is that of the
+               media ('mdhd'), trackDuration that after edits ('tkhd'); edits
+               is a list of {segmentDuration, mediaTime, rate}, the first in
+               units of the movie's timescale, the second in units of the
+               track's, or -1 for an empty edit; descriptions is below
   parameterSets
                list of {kind, codec, offset, id, ...}: kind is "sps", "pps" or
                "vps", codec "h264" or "hevc", offset that of the NAL unit in the
@@ -57,6 +57,33 @@ has no atoms, movie and tracks:
                false; everything else is a number as coded. What a set does not
                say has no key
   errors       list of {path, offset, status, message}
+The descriptions of a track are made of its sample entries ('stsd'), by the track's
+handler and the file's brand. Each has mediaType and mediaSubType, and what is
+known of:
+  dimensions, presentationDimensions
+               {width, height} of a video frame, as it is coded and as it is to
+               be shown
+  cleanAperture, pixelAspectRatio
+               {x, y, width, height} from the top left; {horizontal, vertical}
+  colour       {primaries, transfer, matrix, gamma, fullRange}: the first three
+               are names; code points without one are in the atoms alone
+  audio        {sampleRate, formatID, formatFlags, bytesPerPacket,
+               framesPerPacket, bytesPerFrame, channels, bitsPerChannel,
+               channelLayoutTag}
+  timecode     {frameDuration: {value, timescale}, frameQuanta, flags,
+               sourceName}: flag 1 is drop frame
+  text         {displayFlags, justification: {horizontal, vertical},
+               defaultTextBox: {x, y, width, height}, defaultStyle: {fontID,
+               bold, italic, underline, fontSize, colour, fontName}}; the
+               components of colour, red, green, blue and alpha, are 0 to 1
+  extensions   everything else, by name; data as hexadecimal digits
+The first 1000 entries of a movie, of up to 16 MiB together, are looked into.
+
+With --verify every sample entry is also made into bytes again from its description.
+A byte that differs from the file's is an error at the offset of the first one.
+Entries of tracks of other kinds than video, sound, text, subtitles, closed captions
+and timecode are shown by type alone and not verified.
+
 What a movie leaves unknown is null. Bytes of a type that are not printable ASCII
 are written \xHH, and bytes of a file name that are not UTF-8 as U+FFFD.
 
@@ -72,12 +99,13 @@ ExitStatus run(int argc, char** argv) {
   app.footer("To learn more: pevrin inspect --help");
 
   std::string fileName;
-  bool json = false;
+  bool json = false, verify = false;
   CLI::App* command = app.add_subcommand(
       "inspect",
       "Show the atoms, times and tracks of a movie, and the parameter sets of a movie or a video stream");
   command->add_option("FILE", fileName, "The movie, stream or parameter set")->required()->type_name("");
   command->add_flag("--json", json, "Write one JSON object instead of text");
+  command->add_flag("--verify", verify, "Write every sample entry again and report bytes that differ");
   command->footer(kInspectFooter);
 
   try {
@@ -97,7 +125,7 @@ ExitStatus run(int argc, char** argv) {
         stderr);
     return kFailed;
   }
-  return inspect(fileName, json);
+  return inspect(fileName, json, verify);
 }
 
 }  // namespace

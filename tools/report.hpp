@@ -10,6 +10,7 @@
 #include "movie_facts.hpp"
 #include "output.hpp"
 #include "parameter_sets.hpp"
+#include "sample_descriptions.hpp"
 
 class Report {
  public:
@@ -18,7 +19,8 @@ class Report {
   virtual void beginMovie(const std::string& fileName, int64_t fileSize) = 0;
   virtual void beginAtom(const Atom& atom) = 0;
   virtual void endAtom() = 0;  // of a container
-  virtual void endMovie(const MovieFacts& facts, const std::vector<ParameterSet>& sets) = 0;
+  virtual void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
+                        const std::vector<ParameterSet>& sets) = 0;
 
   virtual void beginStream(const std::string& fileName, int64_t fileSize) = 0;
   virtual void parameterSet(const ParameterSet& set) = 0;

@@ -14,6 +14,7 @@
 
 #include "atom_type.hpp"
 #include "codec_names.hpp"
+#include "description_report.hpp"
 #include "report.hpp"
 
 namespace {
@@ -65,7 +66,8 @@ class TextReport final : public Report {
 
   void endAtom() override { --depth_; }
 
-  void endMovie(const MovieFacts& facts, const std::vector<ParameterSet>& sets) override {
+  void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
+                const std::vector<ParameterSet>& sets) override {
     if (facts.hasMovie()) {
       output_.print("\nMovie: {}{}\n", timeText(facts.duration().time()),
                     facts.fragmentsNotCounted() ? ", its fragments not counted" : "");
@@ -74,7 +76,11 @@ class TextReport final : public Report {
     }
     if (!facts.tracks().empty()) {
       output_.print("\n  id  kind  timescale  {:28}  duration in the movie\n", "duration of the media");
-      for (const TrackFacts& track : facts.tracks()) writeTrack(facts, track);
+      for (size_t i = 0; i < facts.tracks().size(); ++i) {
+        writeTrack(facts, facts.tracks()[i]);
+        for (const SampleDescription& sample : descriptions.ofTrack(i))
+          output_.print("{:12}{}\n", "", descriptionText(sample));
+      }
     }
     for (const ParameterSet& set : sets) parameterSet(set);
   }

@@ -33,7 +33,8 @@ class Sound(CommandTest):
         self.assertEqual(told["file"], path)
         self.assertEqual(told["atoms"], atoms)
         self.assertEqual(told["movie"], movie)
-        self.assertEqual(told["tracks"], tracks)
+        self.assertEqual([{**track, "descriptions": None} for track in told["tracks"]],
+                         [{**track, "descriptions": None} for track in tracks])
         self.assertEqual(told["errors"], [])
         return told
 
@@ -116,6 +117,7 @@ class Built(CommandTest):
                     "trackDuration": {"value": 1200, "timescale": 600},
                     "edits": [{"segmentDuration": 600, "mediaTime": -1, "rate": 1},
                               {"segmentDuration": 600, "mediaTime": 512, "rate": 0.5}],
+                    "descriptions": [],
                 },
             )
             self.assertEqual([t["id"] for t in told["tracks"]], [1, 2])

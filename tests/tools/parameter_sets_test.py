@@ -396,6 +396,9 @@ class Streams(CommandTest):
                 self.assertIn(line, text, name)
 
 
+NO_COLOUR_TABLE = bytes(76) + b"\xff\xff"
+
+
 class Records(CommandTest):
     """Configuration records in sample entries."""
 
@@ -405,7 +408,7 @@ class Records(CommandTest):
         return atom("avcC", head + entries(sets) + bytes([len(pps)]) + entries(pps))
 
     def movie(self, *atoms, entry="avc1", fields=78):
-        stsd = full("stsd", 0, struct.pack(">I", 1), atom(entry, bytes(fields), *atoms))
+        stsd = full("stsd", 0, struct.pack(">I", 1), atom(entry, NO_COLOUR_TABLE[:fields], *atoms))
         media = atom("mdia", mdhd(25, 25), hdlr("vide"), atom("minf", atom("stbl", stsd)))
         return atom("ftyp", b"qt  ") + atom("moov", mvhd(), atom("trak", media))
 

@@ -14,7 +14,7 @@ class Usage(CommandTest):
     def test_help_and_version_go_to_standard_output(self):
         for arguments, words in (
             (["--help"], ["inspect", "--version"]),
-            (["inspect", "--help"], ["FILE", "--json", "Exit status", "errors"]),
+            (["inspect", "--help"], ["FILE", "--json", "--verify", "Exit status", "errors", "descriptions"]),
             (["--version"], ["pevrin "]),
         ):
             result = pevrin(*arguments)
