@@ -33,6 +33,12 @@ uint32_t sourceBitsFlag(uint32_t bits) {
   return found == kBits.end() ? 0 : static_cast<uint32_t>(found - kBits.begin()) + 1;
 }
 
+// A payload that the decoder takes as it is.
+bool readWhole(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription*) {
+  take(cookie, payload);
+  return true;
+}
+
 // --- 'esds'
 
 bool readESDS(ByteReader payload, Cookie* cookie, AudioStreamBasicDescription* format) {
@@ -210,6 +216,13 @@ constexpr Codec kCodecs[] = {
     {"fLaC"_4cc, kAudioFormatFLAC, "dfLa"_4cc, readDFLA, writeDFLA, 0, 0},
     {"samr"_4cc, kAudioFormatAMR, "damr"_4cc, readDAMR, writeWhole, 160, 0},
     {"sawb"_4cc, kAudioFormatAMR_WB, "damr"_4cc, readDAMR, writeWhole, 320, 0},
+    {"ac-4"_4cc, "ac-4"_4cc, "dac4"_4cc, readWhole, writeWhole, 0, 0},
+    {"dtsc"_4cc, "dtsc"_4cc, "ddts"_4cc, readWhole, writeWhole, 0, 0},
+    {"dtse"_4cc, "dtse"_4cc, "ddts"_4cc, readWhole, writeWhole, 0, 0},
+    {"dtsh"_4cc, "dtsh"_4cc, "ddts"_4cc, readWhole, writeWhole, 0, 0},
+    {"dtsl"_4cc, "dtsl"_4cc, "ddts"_4cc, readWhole, writeWhole, 0, 0},
+    {"mlpa"_4cc, "mlpa"_4cc, "dmlp"_4cc, readWhole, writeWhole, 0, 0},
+    {"wma "_4cc, "wma "_4cc, "wfex"_4cc, readWhole, writeWhole, 0, 0},
     {"alaw"_4cc, kAudioFormatALaw, 0, nullptr, nullptr, 1, 1},
     {"ulaw"_4cc, kAudioFormatULaw, 0, nullptr, nullptr, 1, 1},
     {"ima4"_4cc, kAudioFormatIMA4, 0, nullptr, nullptr, 64, 34},

@@ -20,8 +20,8 @@
  * atom of the list keeps it there too when the extensions cannot say all of it (a code point without a name, say), and is
  * then written as it was: whatever is among the atoms goes before the extensions of the list.
  *
- * For H.264 and HEVC ('avc1', 'hvc1' and their kin) what the record leaves out comes from the parameter sets' usability
- * information (KivBridge_MakeFallbackExtensionsFromVUI, <kiv/video_format_description.h>).
+ * For 'avc1', 'cavc', 'drmi', 'eavc', 'hvc1', 'qavc' and 'zavc' what the record leaves out comes from the parameter sets'
+ * usability information (KivBridge_MakeFallbackExtensionsFromVUI, <kiv/video_format_description.h>).
  *
  * The record is remembered: as VerbatimISOSampleEntry in the ISO and 3GP flavours, as VerbatimSampleDescription in
  * TavloMovie.

@@ -13,6 +13,10 @@
  *   'Opus'                   'opus'                'dOps'   an OpusHead (RFC 7845 5.1)
  *   'fLaC'                   'flac'                'dfLa'   the stream info block, 34 bytes
  *   'samr', 'sawb'           the same              'damr'   the payload
+ *   'ac-4'                   the same              'dac4'   the payload
+ *   'dtsc' 'dtse' 'dtsh' 'dtsl'   the same         'ddts'   the payload
+ *   'mlpa'                   the same              'dmlp'   the payload
+ *   'wma '                   the same              'wfex'   the payload
  *   '.mp3', 'ms' 0x0055      '.mp3'                none
  *   any other                the same              none; in a movie, all of 'wave'
  *
