@@ -6,6 +6,7 @@
 #include <pevrin/video_format_description.h>
 
 #include <cmath>
+#include <iterator>
 #include <numeric>
 
 #include "formats/code_points.hpp"
@@ -304,7 +305,19 @@ constexpr ImageAtom kImageAtoms[] = {
     {"chrm"_4cc, readChromaLocation, writeChromaLocation},
 };
 
+static_assert(std::size(kImageAtoms) + 1 == kImageSubjects, "colour has two");
+
 }  // namespace
+
+size_t subjectOf(const ExtensionAtom& atom) {
+  size_t subject = 0;
+  while (subject < std::size(kImageAtoms) && kImageAtoms[subject].type != atom.type) ++subject;
+  if (subject == std::size(kImageAtoms)) return kImageSubjects;
+  if (atom.type != "colr"_4cc) return subject;
+  const PVFourCharCode colorType = ByteReader(atom.payload, atom.length).u32();
+  if (colorType == "nclc"_4cc || colorType == "nclx"_4cc) return subject;
+  return colorType == "prof"_4cc || colorType == "rICC"_4cc ? kImageSubjects - 1 : kImageSubjects;
+}
 
 bool readImageAtom(const ExtensionAtom& atom, DictionaryBuilder& extensions) {
   for (const ImageAtom& known : kImageAtoms)

@@ -8,6 +8,11 @@
 
 namespace pv::video {
 
+// What an atom tells: a number below kImageSubjects, the same for atoms that set the same extensions; of
+// others kImageSubjects.
+inline constexpr size_t kImageSubjects = 7;
+size_t subjectOf(const record::ExtensionAtom& atom);
+
 // Sets what the atom says. False when it is none of the list, or says something that extensions cannot: its
 // payload is then to be kept too.
 bool readImageAtom(const record::ExtensionAtom& atom, DictionaryBuilder& extensions);

@@ -155,12 +155,33 @@ PVStatus readColorTable(const uint8_t* record, size_t length, DictionaryBuilder&
   return 0;
 }
 
+// Whether atoms of each subject come more than once.
+using Subjects = std::array<bool, pv::video::kImageSubjects>;
+Subjects findRepeated(pv::ByteReader reader) {
+  Subjects seen{}, repeated{};
+  for (ExtensionAtom atom; nextAtom(reader, &atom) == AtomStep::kAtom;)
+    if (const size_t subject = pv::video::subjectOf(atom); subject < seen.size()) {
+      repeated[subject] = seen[subject];
+      seen[subject] = true;
+    }
+  return repeated;
+}
+
+// Of several atoms of a subject the extensions tell the first, and all are kept.
 PVStatus readAtoms(pv::ByteReader reader, DictionaryBuilder& extensions) {
   AtomCollector kept(extensions.allocator());
+  const Subjects repeated = findRepeated(reader);
+  Subjects told{};
   ExtensionAtom atom;
   for (AtomStep step; (step = nextAtom(reader, &atom)) != AtomStep::kEnd;) {
     if (step == AtomStep::kMalformed) return pv::signalError(kPVSampleDescriptionError_MalformedRecord);
-    if (!pv::video::readImageAtom(atom, extensions) && !kept.add(atom)) extensions.fail();
+    const size_t subject = pv::video::subjectOf(atom);
+    bool whole = false;
+    if (subject < told.size() && !told[subject]) {
+      told[subject] = true;
+      whole = pv::video::readImageAtom(atom, extensions) && !repeated[subject];
+    }
+    if (!whole && !kept.add(atom)) extensions.fail();
   }
   if (kept.atoms())
     extensions.set(kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms, kept.atoms());

@@ -18,7 +18,8 @@
  *   'chrm'   ChromaLocationTopField, ChromaLocationBottomField
  * Every other atom, 'avcC', 'hvcC', 'esds', 'av1C' and the like, keeps its payload in SampleDescriptionExtensionAtoms. An
  * atom of the list keeps it there too when the extensions cannot say all of it (a code point without a name, say), and is
- * then written as it was: whatever is among the atoms goes before the extensions of the list.
+ * then written as it was: whatever is among the atoms goes before the extensions of the list. When several say the same
+ * kind of thing all are kept, and the extensions are those of the first.
  *
  * For 'avc1', 'cavc', 'drmi', 'eavc', 'hvc1', 'qavc' and 'zavc' what the record leaves out comes from the parameter sets'
  * usability information (KivBridge_MakeFallbackExtensionsFromVUI, <kiv/video_format_description.h>).

@@ -180,6 +180,30 @@ TEST(ImageDescription, AtomsThatSayMoreAreKept) {
   EXPECT_EQ(write(both, kISO), Fields{}.record(colr("nclc", {9, 16, 9}) + colr("prof", {}, "icc")));
 }
 
+// Extensions have room for one atom of a kind.
+TEST(ImageDescription, OfSeveralAtomsTheFirstIsToldAndAllAreKept) {
+  const std::string profile = colr("prof", {}, "icc"), ratio = atom("pasp", words({4, 3}));
+  struct Case {
+    std::string first, second;
+  };
+  for (const auto& [first, second] :
+       {Case{colr("nclc", {1, 1, 1}), colr("nclx", {9, 16, 9}, std::string(1, '\0'))},
+        {profile, colr("rICC", {}, "other")},
+        {ratio, ratio},
+        {ratio, atom("pasp", words({0, 1}))},
+        {atom("fiel", "\2\1"), atom("fiel", "\1\3")},
+        {atom("gama", "abc"), atom("gama", words({1}))}}) {
+    const Description video = made(Fields{}.record(first + second)), alone = made(Fields{}.record(first));
+    const std::string written = write(video, kISO);
+    EXPECT_EQ(written, Fields{}.record(first + second));
+    const auto equal = [&](const Description& other, BRTypeRef ignored) {
+      return PVFormatDescriptionEqualIgnoringExtensionKeys(video.get(), other.get(), ignored, nullptr);
+    };
+    EXPECT_TRUE(equal(made(written, kISO), kPVFormatDescriptionExtension_VerbatimSampleDescription));
+    EXPECT_TRUE(equal(alone, kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms)) << first;
+  }
+}
+
 struct Sample {
   const char* name;
   std::string bytes;
