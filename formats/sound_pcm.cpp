@@ -56,7 +56,7 @@ bool setPCM(PVFourCharCode dataFormat, uint32_t sampleBits, bool littleEndian,
   const DataFormat& known = *find(dataFormat);
   const uint32_t bits = known.bits ? known.bits : sampleBits;
   if (bits == 0 || bits > 64 || bits % 8 != 0 || format->channelsPerFrame == 0 ||
-      format->channelsPerFrame > 0x7FFF)
+      format->channelsPerFrame > 0x7FFF || (known.isFloat && bits != 32 && bits != 64))
     return false;
   uint32_t flags = kAudioFormatFlagIsPacked;
   if (known.isFloat)

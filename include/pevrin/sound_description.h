@@ -43,7 +43,7 @@ PV_BEGIN_DECLS
  * kPVSampleDescriptionError_InvalidParameter: a null pointer. kPVSampleDescriptionError_Unsupported: a flavour that is not
  * known. kPVSampleDescriptionError_MalformedRecord: fewer than 36 bytes, another version, a record size below the
  * version's or beyond the bytes, an atom that reaches past the end, PCM without channels or of a sample size that is not 8
- * to 64 bits. kPVFormatDescriptionError_InvalidParameter: neither record nor cookie has a sample rate.
+ * to 64 bits, of floats 32 or 64. kPVFormatDescriptionError_InvalidParameter: neither record nor cookie has a sample rate.
  * kPVSampleDescriptionError_AllocationFailed, kPVFormatDescriptionError_AllocationFailed. */
 PV_EXPORT PVStatus PVAudioFormatDescriptionCreateFromBigEndianSoundDescriptionData(
     BRAllocatorRef allocator, const uint8_t *bytes, size_t size, BRStringRef flavor,

@@ -429,6 +429,7 @@ TEST(SoundDescription, BadRecordsAreRefused) {
       {"atom", with(36, bigEndian(10, 4)), -12714},
       {"no channels", with(24, bigEndian(0, 2)), -12714},
       {"12 bits", with(26, bigEndian(12, 2)), -12714},
+      {"floats of 16 bits", Fields{"fpcm"}.version0(), -12714},
       {"no rate", with(32, bigEndian(0, 4)), -12710},
   };
   for (const Case& c : cases) {
