@@ -67,7 +67,7 @@ class AtomCollector {
   // Nothing when there is one of its type already.
   bool addFirst(const ExtensionAtom& atom);
   // Null when nothing was added.
-  BRDictionaryRef atoms() const { return atoms_.get(); }
+  BRDictionaryRef atoms() const { return BRDictionaryGetCount(atoms_.get()) ? atoms_.get() : nullptr; }
 
  private:
   BRAllocatorRef allocator_;

@@ -151,9 +151,9 @@ PV_TWIN(KivTimeCodeFormatDescriptionCreateFromBigEndianTimeCodeDescriptionBlockB
 PVStatus PVTimeCodeFormatDescriptionCopyAsBigEndianTimeCodeDescriptionBlockBuffer(
     BRAllocatorRef allocator, PVFormatDescriptionRef description, BRStringRef, PVBlockBufferRef* recordOut) {
   if (recordOut) *recordOut = nullptr;
-  const PVFourCharCode subType = PVFormatDescriptionGetMediaSubType(description);
-  if (!recordOut || PVFormatDescriptionGetMediaType(description) != kPVMediaType_TimeCode ||
-      !pv::isTimeCodeFormatType(subType))
+  if (!recordOut || !description || BRGetTypeID(description) != PVFormatDescriptionGetTypeID() ||
+      PVFormatDescriptionGetMediaType(description) != kPVMediaType_TimeCode ||
+      !pv::isTimeCodeFormatType(PVFormatDescriptionGetMediaSubType(description)))
     return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
   const PVTime duration = PVTimeCodeFormatDescriptionGetFrameDuration(description);
   const uint32_t quanta = PVTimeCodeFormatDescriptionGetFrameQuanta(description);
@@ -167,7 +167,7 @@ PVStatus PVTimeCodeFormatDescriptionCopyAsBigEndianTimeCodeDescriptionBlockBuffe
     return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
 
   const Form* form = kForms;
-  while (form->subType != subType) ++form;
+  while (form->subType != PVFormatDescriptionGetMediaSubType(description)) ++form;
   const uint32_t flags = PVTimeCodeFormatDescriptionGetTimeCodeFlags(description);
   return writeRecord(allocator, recordOut, [&](pv::ByteWriter& writer) {
     writer.u32(0).u32(form->dataFormat).zeros(6).u16(kUnsetDataReferenceIndex);

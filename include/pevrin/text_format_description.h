@@ -108,7 +108,8 @@ PV_EXPORT PVStatus PVTextFormatDescriptionGetDefaultStyle(PVFormatDescriptionRef
                                                           bool *underlineOut, double *fontSizeOut,
                                                           PVTextColor *colorOut);
 
-/* The name of a font, borrowed. 'text' has one, whatever the ID. fontNameOut is required, and NULL on failure. */
+/* The name of a font, borrowed. 'text' has one, whatever the ID. fontNameOut is required, and NULL when there is no such
+ * name. */
 PV_EXPORT PVStatus PVTextFormatDescriptionGetFontName(PVFormatDescriptionRef description, uint16_t localFontID,
                                                       BRStringRef *fontNameOut);
 

@@ -5,6 +5,7 @@
 #include <pevrin/timecode_format_description.h>
 
 #include <bedra/literal.hpp>
+#include <bedra/object.hpp>
 
 #include "runtime/four_char_code.hpp"
 #include "tests/formats/records.hpp"
@@ -192,6 +193,15 @@ TEST(TimeCodeFormatDescription, BadRecordsAreRefused) {
   }
 }
 
+// An object of another type that has, where a timecode description has them, types and a frame duration.
+struct Impostor : BRObject {
+  static constexpr const char* className = "Impostor";
+  PVFourCharCode types[2] = {"tmcd"_4cc, "tmcd"_4cc};
+  const void* none[3] = {};
+  PVTime frameDuration = PVTimeMake(1, 25);
+  uint32_t quantaAndFlags[2] = {25, 0};
+};
+
 TEST(TimeCodeFormatDescription, WritingRefusesOtherDescriptionsAndNamesItCannotWrite) {
   Description text;
   ASSERT_EQ(PVFormatDescriptionCreate(nullptr, kPVMediaType_Text, "text"_4cc, nullptr, text.out()), 0);
@@ -209,7 +219,9 @@ TEST(TimeCodeFormatDescription, WritingRefusesOtherDescriptionsAndNamesItCannotW
   const auto extensions = br::Ref<const BRDictionary>::adopt(BRDictionaryCreate(
       nullptr, &key, &value, 1, &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
   const auto unwritable = make("tmcd"_4cc, PVTimeMake(1, 25), 25, 0, extensions.get());
-  for (PVFormatDescriptionRef wrong : {PVFormatDescriptionRef{}, text.get(), unwritable.get()}) {
+  const auto impostor = br::Ref<Impostor>::adopt(br::create<Impostor>(nullptr, 0));
+  for (PVFormatDescriptionRef wrong : {PVFormatDescriptionRef{}, text.get(), unwritable.get(),
+                                       reinterpret_cast<PVFormatDescriptionRef>(impostor.get())}) {
     auto* out = reinterpret_cast<PVBlockBufferRef>(1);
     EXPECT_EQ(PVTimeCodeFormatDescriptionCopyAsBigEndianTimeCodeDescriptionBlockBuffer(nullptr, wrong,
                                                                                        nullptr, &out),
