@@ -7,11 +7,14 @@
 
 namespace pv {
 
-void AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, uint32_t mode) {
-  if (!value) return remove(key);
+bool AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, uint32_t mode) {
+  if (!value) {
+    remove(key);
+    return true;
+  }
   if (mode >= kModes) {
     signalError(0);
-    return;
+    return false;
   }
   br::Ref<BRDictionary>& wanted = modes_[mode];
   if (!wanted)
@@ -20,9 +23,10 @@ void AttachmentStore::set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef v
   // Into the one before out of the other: when memory runs out the key stays as it was.
   if (!BRDictionarySetValue(wanted.get(), key, value)) {
     signalError(0);
-    return;
+    return false;
   }
   BRDictionaryRemoveValue(modes_[1 - mode].get(), key);
+  return true;
 }
 
 BRTypeRef AttachmentStore::get(BRStringRef key, uint32_t* modeOut) const {
@@ -42,6 +46,13 @@ void AttachmentStore::remove(BRStringRef key) {
 
 void AttachmentStore::removeAll() {
   for (auto& attachments : modes_) attachments = nullptr;
+}
+
+bool AttachmentStore::copyMode(BRAllocatorRef allocator, const AttachmentStore& other, uint32_t mode) {
+  BRDictionaryRef theirs = other.modes_[mode].get();
+  modes_[mode] =
+      br::Ref<BRDictionary>::adopt(theirs ? BRDictionaryCreateMutableCopy(allocator, theirs) : nullptr);
+  return !theirs || modes_[mode];
 }
 
 BRDictionaryRef AttachmentStore::copy(BRAllocatorRef allocator, uint32_t mode) const {

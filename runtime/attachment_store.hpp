@@ -16,13 +16,17 @@ class AttachmentStore {
 
   // Sets a key's value and mode; a null value removes the key. An unknown mode and running out of memory
   // change nothing and are signalled.
-  void set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, uint32_t mode);
+  // False when it was not set.
+  bool set(BRAllocatorRef allocator, BRStringRef key, BRTypeRef value, uint32_t mode);
   // Borrowed, or null; the mode is written only with a value.
   BRTypeRef get(BRStringRef key, uint32_t* modeOut) const;
   void remove(BRStringRef key);
   void removeAll();
   // An immutable copy, or null when there is nothing of that mode.
   BRDictionaryRef copy(BRAllocatorRef allocator, uint32_t mode) const;
+  // Takes copies of the other store's attachments of a mode, in place of its own. False when memory runs out.
+  bool copyMode(BRAllocatorRef allocator, const AttachmentStore& other, uint32_t mode);
+  bool isEmpty() const { return !modes_[0] && !modes_[1]; }
   // Borrowed, may be null.
   BRDictionaryRef dictionary(uint32_t mode) const { return modes_[mode].get(); }
 

@@ -10,8 +10,13 @@
 #include <pevrin/block_buffer.h>
 #include <pevrin/closed_caption_description.h>
 #include <pevrin/format_description.h>
+#include <pevrin/handler.h>
 #include <pevrin/image_description.h>
 #include <pevrin/notification_center.h>
+#include <pevrin/sample_buffer.h>
+#include <pevrin/sample_buffer_audio.h>
+#include <pevrin/sample_buffer_data.h>
+#include <pevrin/sample_buffer_pieces.h>
 #include <pevrin/sample_description.h>
 #include <pevrin/sound_description.h>
 #include <pevrin/text_description.h>

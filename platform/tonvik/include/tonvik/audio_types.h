@@ -215,12 +215,35 @@ typedef struct TONVIK_ALIGNED_TO_4 AudioFormatListItem {
   AudioChannelLayoutTag channelLayoutTag;
 } AudioFormatListItem;
 
+/* Where one packet lies in a run of packets of variable size, and what it holds. */
+typedef struct AudioStreamPacketDescription {
+  int64_t startOffset;             /* bytes from the start of the data */
+  uint32_t variableFramesInPacket; /* 0 when the number of frames is that of the stream description */
+  uint32_t dataByteSize;
+} AudioStreamPacketDescription;
+
+/* One run of audio data in memory: the samples of one channel, or of several interleaved. */
+typedef struct AudioBuffer {
+  uint32_t numberChannels;
+  uint32_t dataByteSize;
+  void *data;
+} AudioBuffer;
+
+/* Buffers that belong together. Those after the first follow it in the same block of memory: a list of n takes
+ * 24 + 16 * (n - 1) bytes. */
+typedef struct AudioBufferList {
+  uint32_t numberBuffers;
+  AudioBuffer buffers[1];
+} AudioBufferList;
+
 #if defined(__cplusplus)
 static_assert(sizeof(AudioStreamBasicDescription) == 40 && sizeof(AudioFormatListItem) == 44, "no padding");
 static_assert(sizeof(AudioChannelLayout) == 12 && sizeof(AudioChannelDescription) == 20, "no padding");
+static_assert(sizeof(AudioStreamPacketDescription) == 16 && sizeof(AudioBufferList) == 24, "of 64-bit hosts");
 #else
 _Static_assert(sizeof(AudioStreamBasicDescription) == 40 && sizeof(AudioFormatListItem) == 44, "no padding");
 _Static_assert(sizeof(AudioChannelLayout) == 12 && sizeof(AudioChannelDescription) == 20, "no padding");
+_Static_assert(sizeof(AudioStreamPacketDescription) == 16 && sizeof(AudioBufferList) == 24, "of 64-bit hosts");
 #endif
 
 BR_END_DECLS
