@@ -11,9 +11,6 @@
 using pv::sample::refused;
 using pv::sample::Shape;
 
-static_assert(sizeof(PVSampleBuffer) + sizeof(PVSampleTimingInfo) + sizeof(size_t) <= 192,
-              "one frame, and a second of PCM, stay small");
-
 PVSampleBuffer::~PVSampleBuffer() {
   if (!rare) return;
   if (rare->handler.dispose) rare->handler.dispose(rare->handler.context);
@@ -30,16 +27,13 @@ pv::sample::RarePart* PVSampleBuffer::makeRare() {
 namespace pv::sample {
 
 PVSampleBuffer* allocate(BRAllocatorRef allocator, const Shape& shape) {
-  // Counts up to 2^63 each: no product or sum below can wrap unnoticed.
-  const auto timing = static_cast<size_t>(shape.timing) + (shape.timing > 1);
-  const size_t packets = shape.packets ? static_cast<size_t>(shape.samples) : 0;
-  size_t bytes, sizes, room;
-  if (__builtin_mul_overflow(timing, sizeof(PVSampleTimingInfo), &bytes) ||
-      __builtin_mul_overflow(static_cast<size_t>(shape.sizes), sizeof(size_t), &sizes) ||
-      __builtin_mul_overflow(packets, sizeof(AudioStreamPacketDescription), &room) ||
-      __builtin_add_overflow(bytes, sizes, &bytes) || __builtin_add_overflow(bytes, room, &bytes))
-    return nullptr;
-  return br::createUnfilled<PVSampleBuffer>(allocator, bytes, shape);
+  const __int128 timing = __int128{shape.timing} + (shape.timing > 1);
+  const __int128 bytes = timing * static_cast<int64_t>(sizeof(PVSampleTimingInfo)) +
+                         __int128{shape.sizes} * static_cast<int64_t>(sizeof(size_t)) +
+                         (shape.packets ? __int128{shape.samples} * 16 : 0);
+  static_assert(sizeof(AudioStreamPacketDescription) == 16);
+  if (bytes > PTRDIFF_MAX) return nullptr;
+  return br::createUnfilled<PVSampleBuffer>(allocator, static_cast<size_t>(bytes), shape);
 }
 
 size_t totalSize(const PVSampleBuffer& buffer) {

@@ -8,6 +8,7 @@
 #include <pevrin/base.h>
 #include <pevrin/base_object.h>
 #include <pevrin/block_buffer.h>
+#include <pevrin/buffer_queue.h>
 #include <pevrin/closed_caption_description.h>
 #include <pevrin/format_description.h>
 #include <pevrin/handler.h>

@@ -22,10 +22,7 @@ class Ref {
   Ref(std::nullptr_t) {}
   Ref(const Ref& other) : object_(other.object_) { BRRetain(object_); }
   Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-  // Asked here first: most references of most objects are empty, and the runtime is another library.
-  ~Ref() {
-    if (object_) BRRelease(object_);
-  }
+  ~Ref() { BRRelease(object_); }
   Ref& operator=(Ref other) noexcept {
     std::swap(object_, other.object_);
     return *this;
