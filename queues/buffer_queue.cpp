@@ -76,13 +76,35 @@ PVBufferQueue::~PVBufferQueue() {
   store.release(allocator());
 }
 
+// What an empty queue remembers of the buffers it had: nothing.
+void PVBufferQueue::forgetContents() {
+  totalDuration = kPVTimeZero;
+  totalSize = 0;
+  extremes.forget();
+}
+
 // ---- Enqueue
+
+namespace {
+
+// Whether the queue takes the buffer now; the validation callback has its say.
+PVStatus admit(PVBufferQueue& queue, PVBufferRef buffer, Turn& turn) {
+  if (queue.isFiring) return refuseChange();
+  if (queue.hasEndOfData) return signalError(kPVBufferQueueError_EnqueueAfterEndOfData);
+  if (!queue.validate) return kPVStatus_Success;
+  turn.keepQueue();
+  if (PVStatus status = queue.validate(&queue, buffer, queue.validateRefcon)) return status;
+  return queue.hasEndOfData ? signalError(kPVBufferQueueError_EnqueueAfterEndOfData) : kPVStatus_Success;
+}
 
 // By binary search, except that the last few places come first: what arrives is seldom far out of order. A
 // callback may change the queue in between; then any place is as good as another, as long as it is one.
-size_t PVBufferQueue::findPlace(PVBufferRef buffer) const {
+size_t findPlace(const PVBufferQueue& queue, PVBufferRef buffer) {
+  const pv::BufferStore& store = queue.store;
+  if (!queue.callbacks.compare) return store.count();
   auto goesBefore = [&](size_t index) {
-    return index < store.count() && callbacks.compare(store.at(index)->buffer, buffer, callbacks.refcon) > 0;
+    return index < store.count() &&
+           queue.callbacks.compare(store.at(index)->buffer, buffer, queue.callbacks.refcon) > 0;
   };
   constexpr size_t kFarthestStep = 4;
   size_t low = 0, high = store.count();
@@ -103,20 +125,17 @@ size_t PVBufferQueue::findPlace(PVBufferRef buffer) const {
   return low;
 }
 
-void PVBufferQueue::keepDurationNumeric() {
-  if (!PVTimeIsNumeric(totalDuration))
-    totalDuration = PVTimeSubtract(extreme(Extreme::kMaxPresentation), extreme(Extreme::kMinPresentation));
-}
-
-// Fills the entry in place: a time that is written in one go and copied is waited for.
-void PVBufferQueue::ask(PVBufferRef buffer, StoreEntry* entry) const {
-  entry->buffer = buffer;
+// Fills the entry in.
+void ask(const PVBufferCallbacks& callbacks, PVBufferRef buffer, StoreEntry* entry) {
+  // Each answer is written where it stays: to copy a time right after it was written takes longer than the
+  // call.
   auto askTime = [&](PVBufferGetTimeCallback getTime, PVTime* out) {
     if (getTime)
       new (out) PVTime(getTime(buffer, callbacks.refcon));
     else
       *out = kPVTimeInvalid;
   };
+  entry->buffer = buffer;
   askTime(callbacks.getPresentationTimeStamp, &entry->presentation);
   askTime(callbacks.getDecodeTimeStamp, &entry->decode);
   askTime(callbacks.getDuration, &entry->duration);
@@ -127,51 +146,35 @@ void PVBufferQueue::ask(PVBufferRef buffer, StoreEntry* entry) const {
   entry->size = callbacks.getSize ? callbacks.getSize(buffer, callbacks.refcon) : 0;
 }
 
-void PVBufferQueue::insert(size_t index, StoreEntry* entry) {
-  store.insert(index, entry);
-  extremes.inserted(index, store);
+void insert(PVBufferQueue& queue, size_t index, StoreEntry* entry) {
+  queue.store.insert(index, entry);
+  queue.extremes.inserted(index, queue.store);
   BRRetain(entry->buffer);
-  add(totalDuration, entry->duration);
-  totalSize += entry->size;
-  keepDurationNumeric();
-  if (index == 0) updateListening();
-  wasReset = false;
+  add(queue.totalDuration, entry->duration);
+  queue.totalSize += entry->size;
+  queue.durationChanged();
+  if (index == 0) queue.headChanged();
+  queue.wasReset = false;
 }
 
-// Whether the queue takes the buffer now; the validation callback has its say.
-PVStatus PVBufferQueue::admit(PVBufferRef buffer, Turn& turn) const {
-  if (isFiring) return refuseChange();
-  if (hasEndOfData) return signalError(kPVBufferQueueError_EnqueueAfterEndOfData);
-  if (!validate) return kPVStatus_Success;
-  turn.keepQueue();
-  if (PVStatus status = validate(const_cast<PVBufferQueueRef>(this), buffer, validateRefcon)) return status;
-  if (hasEndOfData) return signalError(kPVBufferQueueError_EnqueueAfterEndOfData);
-  return kPVStatus_Success;
-}
-
-PVStatus PVBufferQueue::enqueue(PVBufferRef buffer, Turn& turn) {
-  if (PVStatus status = admit(buffer, turn)) return status;
-  StoreEntry* entry = store.take(this);
-  if (!entry) return signalError(kPVBufferQueueError_AllocationFailed);
-  size_t place = SIZE_MAX;
-  if (!isFull()) {
-    if (callbacks.compare) place = findPlace(buffer);
-    ask(buffer, entry);
-  }
-  // Asked again: a callback may have filled the queue.
-  if (isFull()) {
-    store.giveBack(entry);
-    return signalError(kPVBufferQueueError_QueueIsFull);
-  }
-  insert(std::min(place, store.count()), entry);
-  changed(turn);
-  return kPVStatus_Success;
-}
+}  // namespace
 
 PVStatus PVBufferQueueEnqueue(PVBufferQueueRef queue, PVBufferRef buffer) {
   if (!queue || !buffer) return missing();
   Turn turn(queue);
-  return queue->enqueue(buffer, turn);
+  if (PVStatus status = admit(*queue, buffer, turn)) return status;
+  if (queue->isFull()) return signalError(kPVBufferQueueError_QueueIsFull);
+  StoreEntry* entry = queue->store.take(queue);
+  if (!entry) return signalError(kPVBufferQueueError_AllocationFailed);
+  const size_t place = findPlace(*queue, buffer);
+  ask(queue->callbacks, buffer, entry);
+  if (queue->isFull()) {  // by now: a callback has enqueued
+    queue->store.giveBack(entry);
+    return signalError(kPVBufferQueueError_QueueIsFull);
+  }
+  insert(*queue, std::min(place, queue->store.count()), entry);
+  queue->changed(turn);
+  return kPVStatus_Success;
 }
 
 PVStatus PVBufferQueueSetValidationCallback(PVBufferQueueRef queue, PVBufferQueueValidationCallback callback,
@@ -186,65 +189,57 @@ PVStatus PVBufferQueueSetValidationCallback(PVBufferQueueRef queue, PVBufferQueu
 
 // ---- Dequeue
 
+namespace {
+
 // The reference to the buffer becomes the caller's. There must be a head.
-PVBufferRef PVBufferQueue::removeHead(Turn& turn) {
-  extremes.removesHead(store);
-  StoreEntry* removed = store.removeHead();
+PVBufferRef removeHead(PVBufferQueue& queue, Turn& turn) {
+  queue.extremes.removesHead(queue.store);
+  StoreEntry* removed = queue.store.removeHead();
   PVBufferRef buffer = removed->buffer;
-  if (store.count() == 0) {
-    forgetContents();
+  if (queue.store.count() == 0) {
+    queue.forgetContents();
   } else {
-    subtract(totalDuration, removed->duration);
-    totalSize -= removed->size;
-    if (totalDuration.value == 0 && PVTimeCompare(totalDuration, kPVTimeZero) == 0)
-      totalDuration = kPVTimeZero;
-    keepDurationNumeric();
+    PVTime& duration = queue.totalDuration;
+    subtract(duration, removed->duration);
+    queue.totalSize -= removed->size;
+    if (duration.value == 0 && PVTimeCompare(duration, kPVTimeZero) == 0) duration = kPVTimeZero;
+    queue.durationChanged();
   }
-  store.giveBack(removed);
-  updateListening();
-  changed(turn);
+  queue.store.giveBack(removed);
+  queue.headChanged();
+  queue.changed(turn);
   return buffer;
 }
 
-// What an empty queue remembers of the buffers it had: nothing.
-void PVBufferQueue::forgetContents() {
-  totalDuration = kPVTimeZero;
-  totalSize = 0;
-  extremes.forget();
+bool isHeadReady(PVBufferQueue& queue, Turn& turn) {
+  if (!queue.callbacks.isDataReady) return true;
+  turn.keepQueue();
+  const uint64_t changesBefore = queue.changes;
+  return queue.isReady(queue.store.head()->buffer) && queue.changes == changesBefore;
 }
 
-namespace {
+enum class Wanted { kAny, kReady, kThisOne };
 
-// Takes the head out when `accepts` it. That may call client code: the head must still be the same
-// afterwards.
-template <class Accepts>
-PVBufferRef dequeueIf(PVBufferQueueRef queue, Accepts accepts) {
+PVBufferRef dequeue(PVBufferQueueRef queue, Wanted wanted, PVBufferRef thisOne = nullptr) {
+  if (!queue || (wanted == Wanted::kThisOne && !thisOne)) return missing(), nullptr;
   Turn turn(queue);
   if (queue->isFiring) return refuseChange(), nullptr;
-  if (queue->store.count() == 0 || !accepts(turn)) return nullptr;
-  return queue->removeHead(turn);
+  if (queue->store.count() == 0) return nullptr;
+  if (wanted == Wanted::kReady && !isHeadReady(*queue, turn)) return nullptr;
+  if (wanted == Wanted::kThisOne && queue->store.head()->buffer != thisOne) return nullptr;
+  return removeHead(*queue, turn);
 }
 
 }  // namespace
 
-PVBufferRef PVBufferQueueDequeueAndRetain(PVBufferQueueRef queue) {
-  if (!queue) return missing(), nullptr;
-  return dequeueIf(queue, [](Turn&) { return true; });
-}
+PVBufferRef PVBufferQueueDequeueAndRetain(PVBufferQueueRef queue) { return dequeue(queue, Wanted::kAny); }
 
 PVBufferRef PVBufferQueueDequeueIfDataReadyAndRetain(PVBufferQueueRef queue) {
-  if (!queue) return missing(), nullptr;
-  return dequeueIf(queue, [queue](Turn& turn) {
-    if (!queue->callbacks.isDataReady) return true;
-    turn.keepQueue();
-    const uint64_t changesBefore = queue->changes;
-    return queue->isReady(queue->store.head()->buffer) && queue->changes == changesBefore;
-  });
+  return dequeue(queue, Wanted::kReady);
 }
 
 PVBufferRef KivBufferQueueDequeueIfMatchingAndRetain(PVBufferQueueRef queue, PVBufferRef buffer) {
-  if (!queue || !buffer) return missing(), nullptr;
-  return dequeueIf(queue, [queue, buffer](Turn&) { return queue->store.head()->buffer == buffer; });
+  return dequeue(queue, Wanted::kThisOne, buffer);
 }
 
 PVStatus PVBufferQueueMarkEndOfData(PVBufferQueueRef queue) {
@@ -273,7 +268,7 @@ PVStatus PVBufferQueueResetWithCallback(PVBufferQueueRef queue, PVBufferQueueRes
     queue->hasEndOfData = false;
     queue->wasReset = true;
     queue->forgetContents();
-    queue->updateListening();
+    queue->headChanged();
     queue->changed(turn);
   }
   for (StoreEntry* entry = removed; entry; entry = entry->next) {

@@ -53,16 +53,13 @@ struct PVBufferQueue : BRObject {
   }
   PVTime extreme(pv::Extreme which) { return extremes.of(which, store); }
 
-  // ---- Moving buffers
-  PVStatus enqueue(PVBufferRef buffer, pv::Turn& turn);
-  PVStatus admit(PVBufferRef buffer, pv::Turn& turn) const;
   bool isFull() const { return capacity > 0 && store.count() >= static_cast<size_t>(capacity); }
-  size_t findPlace(PVBufferRef buffer) const;
-  void ask(PVBufferRef buffer, pv::StoreEntry* entry) const;
-  void insert(size_t index, pv::StoreEntry* entry);
-  PVBufferRef removeHead(pv::Turn& turn);
   void forgetContents();
-  void keepDurationNumeric();
+  void durationChanged() {
+    if (!PVTimeIsNumeric(totalDuration)) [[unlikely]]
+      totalDuration =
+          PVTimeSubtract(extreme(pv::Extreme::kMaxPresentation), extreme(pv::Extreme::kMinPresentation));
+  }
 
   // ---- Triggers
   // Looks at all triggers after a change. Calls client code; nothing may be taken for granted afterwards.
@@ -81,7 +78,12 @@ struct PVBufferQueue : BRObject {
   PVStatus startHearing();
   void stopHearing();
   void triggersChanged();
-  void updateListening();
+  // Before the readiness of the new head is asked.
+  void headChanged() {
+    if (hasDataReadyTrigger) [[unlikely]]
+      listenToHead();
+  }
+  void listenToHead();
 
   pv::ReentrantMutex mutex;
   PVBufferCallbacks callbacks;

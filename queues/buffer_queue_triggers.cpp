@@ -217,7 +217,7 @@ namespace {
 void someDataBecameReady(PVNotificationCenterRef, void* listener, BRStringRef, const void* object,
                          BRDictionaryRef) {
   auto* queue = static_cast<PVBufferQueueRef>(listener);
-  // Pairs with updateListening: either this sees the new head, or the head's readiness is seen there.
+  // Pairs with listenToHead: either this sees the new head, or the head's readiness is seen there.
   std::atomic_thread_fence(std::memory_order_seq_cst);
   if (queue->listenedHead.load(std::memory_order_relaxed) != object) return;
   Turn turn(queue);
@@ -251,11 +251,10 @@ void PVBufferQueue::triggersChanged() {
   for (Trigger* trigger = triggers; trigger; trigger = trigger->next)
     hasDataReadyTrigger |= trigger->condition == kPVBufferQueueTrigger_WhenDataBecomesReady;
   ++changes;
-  updateListening();
+  listenToHead();
 }
 
-// To be called when there is another head, before its readiness is asked.
-void PVBufferQueue::updateListening() {
+void PVBufferQueue::listenToHead() {
   PVBufferRef listened = hasDataReadyTrigger && store.count() ? store.head()->buffer : nullptr;
   if (listenedHead.load(std::memory_order_relaxed) == listened) return;
   listenedHead.store(listened, std::memory_order_relaxed);

@@ -17,41 +17,43 @@ class ReentrantMutex {
   ReentrantMutex& operator=(const ReentrantMutex&) = delete;
 
   void lock() {
-    void* self = __builtin_thread_pointer();
-    // Only the thread itself ever writes its own address here.
-    if (owner_.load(std::memory_order_relaxed) == self) {
-      ++depth_;
+    const auto self = reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
+    uintptr_t holder = 0;
+    if (holder_.compare_exchange_strong(holder, self, std::memory_order_acquire, std::memory_order_relaxed))
+        [[likely]]
       return;
-    }
-    uint32_t expected = kFree;
-    if (!state_.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
-                                        std::memory_order_relaxed)) [[unlikely]]
-      lockSlowly();
-    owner_.store(self, std::memory_order_relaxed);
+    if ((holder & ~kAwaited) == self)
+      ++depth_;
+    else
+      lockSlowly(self);
   }
 
   void unlock() {
-    if (depth_ != 0) {
+    if (depth_ != 0)
       --depth_;
-      return;
-    }
-    owner_.store(nullptr, std::memory_order_relaxed);
-    if (state_.exchange(kFree, std::memory_order_release) == kAwaited) [[unlikely]]
-      state_.notify_one();
+    else if (holder_.exchange(0, std::memory_order_release) & kAwaited) [[unlikely]]
+      holder_.notify_one();
   }
 
  private:
-  enum : uint32_t { kFree, kHeld, kAwaited };
+  static constexpr uintptr_t kAwaited = 1;  // the address of a thread is even
 
   // Whoever has waited takes the mutex as awaited: others may still be waiting.
-  [[gnu::noinline]] void lockSlowly() {
-    while (state_.exchange(kAwaited, std::memory_order_acquire) != kFree)
-      state_.wait(kAwaited, std::memory_order_relaxed);
+  [[gnu::noinline]] void lockSlowly(uintptr_t self) {
+    uintptr_t holder = holder_.load(std::memory_order_relaxed);
+    for (;;) {
+      const uintptr_t wanted = holder == 0 ? self | kAwaited : holder | kAwaited;
+      if (holder != wanted && !holder_.compare_exchange_weak(holder, wanted, std::memory_order_acquire,
+                                                             std::memory_order_relaxed))
+        continue;
+      if (holder == 0) return;
+      holder_.wait(wanted, std::memory_order_relaxed);
+      holder = holder_.load(std::memory_order_relaxed);
+    }
   }
 
-  std::atomic<uint32_t> state_{kFree};
-  uint32_t depth_ = 0;  // beyond the first lock; the owner's
-  std::atomic<void*> owner_{nullptr};
+  std::atomic<uintptr_t> holder_{0};  // the thread, and whether others wait
+  uint32_t depth_ = 0;                // locks beyond the first; the holder's
 };
 
 }  // namespace pv
