@@ -39,6 +39,8 @@ AIMS = {
     ("AtomWalk1000", "Peer:GstByteReader"): 1.5,
     ("AtomWrite1000", "Peer:GstByteWriter"): 0.7,
     ("WorkQueuePostRun", "Peer:asio::strand"): 1.0,
+    ("BufferQueue", "Peer:std::priority_queue"): 1.0,
+    ("BufferQueue", "Peer:GAsyncQueue"): 0.8,
     ("SPSParseH264", "Peer:gst_h264_parse_sps"): 0.4,
     ("SPSParseHEVC", "Peer:gst_h265_parse_sps"): 0.4,
 }
