@@ -116,6 +116,21 @@ void KivH264Bridge_HLSfMP4ParsingInfoDestroy(KivH264HLSfMP4ParsingInfoRef info) 
   BRAllocatorDeallocate(allocator.get(), info);
 }
 
+namespace {
+
+PVStatus measure(const Info& info, const uint8_t* nalUnit, size_t length, h264::MeasuredSliceHeader& out) {
+  const auto findSets = [&](uint32_t ppsID, const KivH264ParsedSPS*& sps, const KivH264ParsedPPS*& pps) {
+    pps = info.ppsByID[ppsID];
+    sps =
+        pps && pps->seqParameterSetID < info.spsByID.size() ? info.spsByID[pps->seqParameterSetID] : nullptr;
+    return sps != nullptr;
+  };
+  const PVStatus status = h264::measureSliceHeader(nalUnit, length, findSets, out);
+  return status ? signalError(status) : kPVStatus_Success;
+}
+
+}  // namespace
+
 PVStatus KivH264Bridge_LocateSliceHeaderForHLSfMP4EncryptableNAL(KivH264HLSfMP4ParsingInfoRef info,
                                                                  const uint8_t* nalUnit, size_t length,
                                                                  bool* isEncryptableOut,
@@ -123,17 +138,26 @@ PVStatus KivH264Bridge_LocateSliceHeaderForHLSfMP4EncryptableNAL(KivH264HLSfMP4P
   if (!info || !nalUnit || length == 0) return signalError(kKivBridgeError_InvalidParameter);
   const uint8_t type = h264::typeOf(nalUnit);
   const bool encryptable = type == h264::kSlice || type == h264::kIDRSlice;
-  h264::SliceHeaderLength header{.bits = 0, .clearBytes = length};
-  const auto findSets = [=](uint32_t ppsID, const KivH264ParsedSPS*& sps, const KivH264ParsedPPS*& pps) {
-    pps = info->ppsByID[ppsID];
-    sps = pps && pps->seqParameterSetID < info->spsByID.size() ? info->spsByID[pps->seqParameterSetID]
-                                                               : nullptr;
-    return sps != nullptr;
-  };
+  h264::MeasuredSliceHeader header{};
   if (encryptable)
-    if (PVStatus status = h264::measureSliceHeader(nalUnit, length, findSets, header))
-      return signalError(status);
+    if (PVStatus status = measure(*info, nalUnit, length, header)) return status;
   if (isEncryptableOut) *isEncryptableOut = encryptable;
-  if (clearBytesOut) *clearBytesOut = header.clearBytes;
+  if (clearBytesOut) *clearBytesOut = encryptable ? header.clearBytes : length;
+  return kPVStatus_Success;
+}
+
+PVStatus KivH264Bridge_GetSliceInformation(KivH264HLSfMP4ParsingInfoRef info, const uint8_t* nalUnit,
+                                           size_t length, KivH264SliceInformation* informationOut) {
+  if (!info || !informationOut) return signalError(kKivBridgeError_InvalidParameter);
+  h264::MeasuredSliceHeader header{};
+  if (PVStatus status = measure(*info, nalUnit, length, header)) return status;
+  *informationOut = {.offset = 0,
+                     .length = length,
+                     .clearBytes = header.clearBytes,
+                     .ppsID = header.slice.picParameterSetID,
+                     .interlaceType = header.interlaceType,
+                     .sliceType = static_cast<uint8_t>(header.slice.sliceType),
+                     .nalUnitType = header.slice.unitType,
+                     .nalRefIDC = header.slice.refIdc};
   return kPVStatus_Success;
 }

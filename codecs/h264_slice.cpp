@@ -6,12 +6,6 @@ namespace {
 
 using namespace pv;
 
-KivH264InterlaceType interlaceTypeOf(const KivH264ParsedSPS& sps, const h264::SliceHeader& slice) {
-  if (slice.fieldPic)
-    return slice.bottomField ? kKivH264InterlaceType_BottomField : kKivH264InterlaceType_TopField;
-  return sps.mbAdaptiveFrameField ? kKivH264InterlaceType_MBAFFFrame : kKivH264InterlaceType_Frame;
-}
-
 // Pulls the slice's beginning and, with a sequence parameter set, its structure.
 PVStatus readSlice(const uint8_t* unit, size_t length, const KivH264ParsedSPS* sps,
                    h264::SliceHeader& slice) {
@@ -39,7 +33,7 @@ PVStatus KivH264Bridge_GetInterlaceTypeFromSlice(const uint8_t* bytes, size_t le
     return signalError(status);
   h264::SliceHeader slice;
   if (PVStatus status = readSlice(bytes, length, &sps, slice)) return signalError(status);
-  if (typeOut) *typeOut = interlaceTypeOf(sps, slice);
+  if (typeOut) *typeOut = h264::interlaceTypeOf(sps, slice);
   return kPVStatus_Success;
 }
 
@@ -58,7 +52,7 @@ PVStatus KivH264Bridge_MeasureSliceHeader(const uint8_t* bytes, size_t length, c
     ppsOut = &pps;
     return ppsID == pps.picParameterSetID && pps.seqParameterSetID == sps.seqParameterSetID;
   };
-  h264::SliceHeaderLength header;
+  h264::MeasuredSliceHeader header;
   if (PVStatus status = h264::measureSliceHeader(bytes, length, findSets, header)) return signalError(status);
   if (headerBitsOut) *headerBitsOut = header.bits;
   if (clearBytesOut) *clearBytesOut = header.clearBytes;

@@ -51,29 +51,38 @@ PVStatus readSliceHead(const uint8_t* unit, size_t length, Pull pull) {
   return kKivBridgeError_UnreadableData;
 }
 
-struct SliceHeaderLength {
+inline KivH264InterlaceType interlaceTypeOf(const KivH264ParsedSPS& sps, const SliceHeader& slice) {
+  if (slice.fieldPic)
+    return slice.bottomField ? kKivH264InterlaceType_BottomField : kKivH264InterlaceType_TopField;
+  return sps.mbAdaptiveFrameField ? kKivH264InterlaceType_MBAFFFrame : kKivH264InterlaceType_Frame;
+}
+
+struct MeasuredSliceHeader {
   size_t bits;        // in the payload
   size_t clearBytes;  // of the unit
+  SliceHeader slice;
+  KivH264InterlaceType interlaceType;
 };
 
-// Measures a slice's header. findSets(ppsID, sps, pps) points to the sets; false when they are not there.
-// Nothing is signalled.
+// Reads and measures a slice's header. findSets(ppsID, sps, pps) points to the sets; false when they are not
+// there. Nothing is signalled.
 template <class FindSets>
-PVStatus measureSliceHeader(const uint8_t* unit, size_t length, FindSets findSets,
-                            SliceHeaderLength& lengthOut) {
+PVStatus measureSliceHeader(const uint8_t* unit, size_t length, FindSets findSets, MeasuredSliceHeader& out) {
   size_t end = 0;
   const PVStatus status = readSliceHead(unit, length, [&](BitReader& reader) -> PVStatus {
-    SliceHeader slice{};
+    SliceHeader& slice = out.slice = {};
     const KivH264ParsedSPS* sps;
     const KivH264ParsedPPS* pps;
     if (!pullSliceBeginning(reader, slice)) return kKivBridgeError_UnreadableData;
     if (!findSets(slice.picParameterSetID, sps, pps)) return kKivBridgeError_InvalidParameter;
     if (!PullSliceHeader(reader, *sps, *pps, slice)) return kKivBridgeError_UnreadableData;
     end = reader.position();
+    out.interlaceType = interlaceTypeOf(*sps, slice);
     return kPVStatus_Success;
   });
   if (status) return status;
-  lengthOut = {.bits = end - kUnitHeaderBits, .clearBytes = nal::offsetInUnit(unit, length, (end + 7) / 8)};
+  out.bits = end - kUnitHeaderBits;
+  out.clearBytes = nal::offsetInUnit(unit, length, (end + 7) / 8);
   return kPVStatus_Success;
 }
 

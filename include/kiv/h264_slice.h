@@ -39,6 +39,18 @@ enum {
   kKivH264InterlaceType_BottomField = 3
 };
 
+/* What the header of one slice says. */
+typedef struct KivH264SliceInformation {
+  size_t offset;     /* of the NAL unit's header byte: in the sample buffer's data, or 0 */
+  size_t length;     /* of the NAL unit */
+  size_t clearBytes; /* as KivH264Bridge_MeasureSliceHeader counts them */
+  uint32_t ppsID;    /* of the picture parameter set that it refers to */
+  KivH264InterlaceType interlaceType;
+  uint8_t sliceType; /* Table 7-6, modulo 5: 0 P, 1 B, 2 I, 3 SP, 4 SI */
+  uint8_t nalUnitType;
+  uint8_t nalRefIDC; /* 0: no other picture refers to it */
+} KivH264SliceInformation;
+
 /* The ID of the picture parameter set that the slice refers to. */
 PV_EXPORT PVStatus KivH264Bridge_GetPPSSequenceIDFromSlice(const uint8_t *slice, size_t length, uint32_t *ppsIDOut);
 
@@ -82,6 +94,11 @@ PV_EXPORT PVStatus KivH264Bridge_LocateSliceHeaderForHLSfMP4EncryptableNAL(KivH2
                                                                            const uint8_t *nalUnit, size_t length,
                                                                            bool *isEncryptableOut,
                                                                            size_t *clearBytesOut);
+
+/* All that is told of one slice whose parameter sets were in the record. Statuses as for
+ * KivH264Bridge_MeasureSliceHeader; InvalidParameter, too, when the slice refers to a set that was not. */
+PV_EXPORT PVStatus KivH264Bridge_GetSliceInformation(KivH264HLSfMP4ParsingInfoRef info, const uint8_t *nalUnit,
+                                                     size_t length, KivH264SliceInformation *informationOut);
 
 PV_END_DECLS
 
