@@ -19,6 +19,7 @@
 #include <pevrin/sample_buffer_data.h>
 #include <pevrin/sample_buffer_pieces.h>
 #include <pevrin/sample_description.h>
+#include <pevrin/simple_queue.h>
 #include <pevrin/sound_description.h>
 #include <pevrin/text_description.h>
 #include <pevrin/text_format_description.h>
