@@ -93,7 +93,7 @@ PVStatus admit(PVBufferQueue& queue, PVBufferRef buffer, Turn& turn) {
   if (queue.hasEndOfData) return signalError(kPVBufferQueueError_EnqueueAfterEndOfData);
   if (!queue.validate) return kPVStatus_Success;
   turn.keepQueue();
-  if (PVStatus status = queue.validate(&queue, buffer, queue.validateRefcon)) return status;
+  if (PVStatus status = queue.validate(&queue, buffer, queue.validateRefcon)) return signalError(status);
   return queue.hasEndOfData ? signalError(kPVBufferQueueError_EnqueueAfterEndOfData) : kPVStatus_Success;
 }
 
@@ -211,11 +211,13 @@ PVBufferRef removeHead(PVBufferQueue& queue, Turn& turn) {
   return buffer;
 }
 
+// Client code, for which the head is kept alive; false when that changes the queue.
 bool isHeadReady(PVBufferQueue& queue, Turn& turn) {
   if (!queue.callbacks.isDataReady) return true;
   turn.keepQueue();
+  auto head = br::Ref<const void>::retain(queue.store.head()->buffer);
   const uint64_t changesBefore = queue.changes;
-  return queue.isReady(queue.store.head()->buffer) && queue.changes == changesBefore;
+  return queue.isReady(head.get()) && queue.changes == changesBefore;
 }
 
 enum class Wanted { kAny, kReady, kThisOne };

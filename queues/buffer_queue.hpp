@@ -12,6 +12,8 @@
 #include <atomic>
 #include <bedra/object.hpp>
 #include <bedra/ref.hpp>
+#include <cstddef>
+#include <cstring>
 
 #include "queues/buffer_extremes.hpp"
 #include "queues/buffer_store.hpp"
@@ -40,9 +42,11 @@ class Turn;
 struct PVBufferQueue : BRObject {
   static constexpr const char* className = "PVBufferQueue";
 
-  explicit PVBufferQueue(const PVBufferCallbacks& record)
-      : callbacks(record), notification(br::Ref<const BRString>::retain(record.dataBecameReadyNotification)) {
-    if (callbacks.version == 0) callbacks.getSize = nullptr;
+  explicit PVBufferQueue(const PVBufferCallbacks& record) {
+    // A record of version 0 may end before getSize.
+    std::memcpy(&callbacks, &record,
+                record.version == 0 ? offsetof(PVBufferCallbacks, getSize) : sizeof callbacks);
+    notification = br::Ref<const BRString>::retain(callbacks.dataBecameReadyNotification);
   }
   ~PVBufferQueue();
   BRStringRef copyDebugDescription() const;
@@ -86,7 +90,7 @@ struct PVBufferQueue : BRObject {
   void listenToHead();
 
   pv::ReentrantMutex mutex;
-  PVBufferCallbacks callbacks;
+  PVBufferCallbacks callbacks{};
   br::Ref<const BRString> notification;
   int64_t capacity = 0;
 

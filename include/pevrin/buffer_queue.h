@@ -105,7 +105,7 @@ PV_EXPORT PVStatus PVBufferQueueCreate(BRAllocatorRef allocator, int64_t capacit
  * validation callback returns. AllocationFailed. QueueIsFull. With any of them the queue is as it was. */
 PV_EXPORT PVStatus PVBufferQueueEnqueue(PVBufferQueueRef queue, PVBufferRef buffer);
 
-/* Asked before each enqueue; a status other than 0 refuses the buffer and is returned as it is, not signalled. */
+/* Asked before each enqueue; a status other than 0 refuses the buffer and is returned as it is. */
 typedef PVStatus (*PVBufferQueueValidationCallback)(PVBufferQueueRef queue, PVBufferRef buffer, void *refcon);
 
 /* Sets the validation callback; NULL for none. RequiredParameterMissing: queue is NULL. CannotModifyFromTrigger. */

@@ -169,6 +169,21 @@ TEST(BufferQueueTriggers, HearThatTheHeadBecameReady) {
   postReady(next.get());
 }
 
+TEST(BufferQueueTriggers, WithoutAReadinessCallbackEveryHeadIsReady) {
+  PVBufferCallbacks callbacks = frameCallbacks();
+  callbacks.isDataReady = nullptr;
+  callbacks.dataBecameReadyNotification = nullptr;
+  auto queue = makeQueue(callbacks);
+  Counter counter;
+  EXPECT_EQ(counter.install(queue, 7), 0);
+  auto frame = frameAt(0);
+  frame->isReady = false;
+  enqueue(queue, frame);
+  EXPECT_EQ(counter.fired, 1);
+  EXPECT_EQ(FrameRef::adopt(frameOf(PVBufferQueueDequeueIfDataReadyAndRetain(queue.get()))).get(),
+            frame.get());
+}
+
 TEST(BufferQueueTriggers, AHeadMadeReadyByATriggerIsSeen) {
   auto queue = makeQueue();
   auto head = frameAt(0);
