@@ -68,13 +68,22 @@ bool AtomWalk::step() {
   return begin(atom, &level.stream, std::nullopt);
 }
 
-// Every level is opened on the byte stream, not on its parent's cursor: the end of a truncated one is not its
-// parent's, and only the file's last atom may leave its size open.
+// A level is opened on its parent's cursor where that stands on the whole atom. Else it is opened on the byte
+// stream: the end of a truncated one is not its parent's, and only the file's last atom may leave its size
+// open, which a cursor would hand down.
 PVStatus AtomWalk::advance(Level& level) {
   if (level.opened) return KivAtomStreamAdvanceToNextAtom(&level.stream);
-  const uint32_t flags = levels_.size() == 1 ? kKivAtomStreamFlag_AllowZeroSize : 0;
-  const PVStatus status = KivAtomStreamInitWithByteStreamWithSize(file_, level.start, level.end - level.start,
-                                                                  flags, &level.stream);
+  PVStatus status;
+  if (levels_.size() > 2 && !level.cutOff) {
+    const KivAtomStream& parent = levels_[levels_.size() - 2].stream;
+    int64_t dataOffset = 0;
+    KivAtomStreamGetCurrentAtomDataGlobalOffset(&parent, 0, &dataOffset);
+    status = KivAtomStreamInitWithParent(&parent, level.start - dataOffset, &level.stream);
+  } else {
+    const uint32_t flags = levels_.size() == 1 ? kKivAtomStreamFlag_AllowZeroSize : 0;
+    status = KivAtomStreamInitWithByteStreamWithSize(file_, level.start, level.end - level.start, flags,
+                                                     &level.stream);
+  }
   level.opened = status == kPVStatus_Success;
   return status;
 }
@@ -239,7 +248,7 @@ AtomWalk::Header AtomWalk::readHeader(int64_t offset, int64_t end) const {
 // no more.
 bool AtomWalk::isFollowed(Level& level) const {
   if (level.finished) return false;
-  if (level.totals.empty()) {
+  if (level.totals.isEmpty()) {
     level.totals = level.counts;
     KivAtomStream ahead = level.stream;
     PVStatus status;

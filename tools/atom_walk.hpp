@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "atom_type.hpp"
@@ -26,6 +27,24 @@ struct Atom {
 };
 
 class AtomWalk;
+
+// How often each type came. Most levels have few types: these are found side by side, without an allocation.
+class TypeCounts {
+ public:
+  uint32_t& operator[](PVFourCharCode type) {
+    for (size_t i = 0; i < fewCount_; ++i)
+      if (few_[i].first == type) return few_[i].second;
+    if (fewCount_ == few_.size()) return many_[type];
+    few_[fewCount_] = {type, 0};
+    return few_[fewCount_++].second;
+  }
+  bool isEmpty() const { return fewCount_ == 0; }
+
+ private:
+  std::array<std::pair<PVFourCharCode, uint32_t>, 8> few_;
+  size_t fewCount_ = 0;
+  std::unordered_map<PVFourCharCode, uint32_t> many_;  // the others
+};
 
 // Hears of everything in the order of the file.
 class AtomVisitor {
@@ -69,10 +88,10 @@ class AtomWalk {
     bool opened = false;
     bool finished = false;
     KivAtomStream stream{};
-    std::unordered_map<PVFourCharCode, uint32_t> counts;  // of each type, so far
-    PVFourCharCode type = 0;                              // of the current atom
-    uint32_t number = 0;                                  // of the current atom among its type
-    std::unordered_map<PVFourCharCode, uint32_t> totals;  // of each type on the level, once it was asked for
+    TypeCounts counts;          // of each type, so far
+    PVFourCharCode type = 0;    // of the current atom
+    uint32_t number = 0;        // of the current atom among its type
+    TypeCounts totals;          // of each type on the level, once it was asked for
     std::optional<Damage> cut;  // what to report unless an inner atom is cut off too
   };
   struct Header;
