@@ -15,10 +15,14 @@
 #include "configuration_record.hpp"
 #include "elementary_stream.hpp"
 #include "file_kind.hpp"
+#include "movie/media_map.hpp"
+#include "movie/movie_index.hpp"
 #include "movie_facts.hpp"
 #include "output.hpp"
+#include "progress.hpp"
 #include "report.hpp"
 #include "sample_descriptions.hpp"
+#include "sample_listing.hpp"
 
 namespace {
 
@@ -48,6 +52,7 @@ class File {
     return status == kPVStatus_Success ? "" : fmt::format("Cannot be read (status {})", status);
   }
 
+  int descriptor() const { return descriptor_; }
   KivByteStreamRef stream() const { return stream_; }
   int64_t size() const { return size_; }
 
@@ -61,14 +66,16 @@ class File {
 // for the end.
 class Inspection final : public AtomVisitor, public ParameterSetVisitor {
  public:
-  Inspection(Report& report, const Output& output, bool verify)
-      : report_(report), output_(output), verify_(verify) {}
+  Inspection(Report& report, const Output& output, const File& file, const InspectOptions& options)
+      : report_(report), output_(output), file_(file), options_(options), index_(file.size()) {}
 
   bool beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) override {
     report_.beginAtom(atom);
     if (auto fault = facts_.read(walk.types(), stream))
       damages_.push_back({walk.path(), atom.offset, fault->status, std::move(fault->message)});
     descriptions_.noteAtom(atom, stream, walk, facts_.tracks().size());
+    if (options_.samples) index_.noteAtom(atom, stream, walk, facts_, damages_);
+    progress_.show("Atoms", atom.offset, file_.size());
     if (const auto codec = codecOfRecord(atom.type); codec && stream)
       visitConfigurationRecord(*codec, stream, atom.offset, walk.path(), *this);
     return output_.error() == 0;
@@ -83,16 +90,20 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
   }
   void damaged(Damage damage) override { damages_.push_back(std::move(damage)); }
 
-  void inspectMovie(const File& file, const std::string& fileName) {
+  void inspectMovie(const std::string& fileName) {
     isMovie_ = true;
-    report_.beginMovie(fileName, file.size());
-    AtomWalk(file.stream(), file.size(), *this).run();
-    descriptions_.read(file.stream(), facts_.tracks(), verify_, damages_);
-    report_.endMovie(facts_, descriptions_, sets_);
+    report_.beginMovie(fileName, file_.size());
+    AtomWalk(file_.stream(), file_.size(), *this).run();
+    descriptions_.read(file_.stream(), facts_.tracks(), options_.verify, damages_);
+    if (options_.samples)
+      endWithSamples();
+    else
+      report_.endMovie(facts_, descriptions_, sets_, nullptr);
+    progress_.clear();
   }
-  void inspectStream(const File& file, const std::string& fileName, std::optional<Codec> codec) {
-    report_.beginStream(fileName, file.size());
-    visitElementaryStream(file.stream(), file.size(), codecOfStream(file.stream(), file.size(), codec),
+  void inspectStream(const std::string& fileName, std::optional<Codec> codec) {
+    report_.beginStream(fileName, file_.size());
+    visitElementaryStream(file_.stream(), file_.size(), codecOfStream(file_.stream(), file_.size(), codec),
                           *this);
     report_.endStream();
   }
@@ -100,32 +111,46 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
   const std::vector<Damage>& damages() const { return damages_; }
 
  private:
+  void endWithSamples() {
+    index_.finish(facts_, damages_);
+    for (size_t i = 0; i < index_.tracks().size(); ++i)
+      index_.tracks()[i].packings = packingsOf(descriptions_.ofTrack(i));
+    const auto media = mapMedia(file_.descriptor(), file_.size());
+    if (!media) damages_.push_back({"", 0, kKivByteStreamError_ReadFailed, "the file cannot be mapped"});
+    SampleListing listing(facts_, index_, descriptions_, media.get(), media ? file_.size() : 0, output_,
+                          progress_, damages_);
+    report_.endMovie(facts_, descriptions_, sets_, &listing);
+  }
+
   Report& report_;
   const Output& output_;
-  bool verify_;
+  const File& file_;
+  const InspectOptions& options_;
   bool isMovie_ = false;
   MovieFacts facts_;
   SampleDescriptions descriptions_;
+  MovieIndex index_;
   std::vector<ParameterSet> sets_;
   std::vector<Damage> damages_;
+  Progress progress_;
 };
 
 }  // namespace
 
-ExitStatus inspect(const std::string& fileName, bool json, bool verify) {
+ExitStatus inspect(const std::string& fileName, const InspectOptions& options) {
   File file;
   if (const std::string reason = file.open(fileName); !reason.empty()) {
     complain(fileName, reason);
     return kFailed;
   }
   Output output;
-  const auto report = json ? makeJsonReport(output) : makeTextReport(output);
-  Inspection inspection(*report, output, verify);
+  const auto report = options.json ? makeJsonReport(output) : makeTextReport(output);
+  Inspection inspection(*report, output, file, options);
   const FileKind kind = fileKindOf(file.stream(), file.size(), fileName);
   if (kind.movie)
-    inspection.inspectMovie(file, fileName);
+    inspection.inspectMovie(fileName);
   else
-    inspection.inspectStream(file, fileName, kind.codec);
+    inspection.inspectStream(fileName, kind.codec);
   report->end(inspection.damages());
   if (!output.flush()) {
     // whoever closed the pipe has seen enough

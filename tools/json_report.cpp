@@ -61,7 +61,7 @@ class JsonReport final : public Report {
   }
 
   void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
-                const std::vector<ParameterSet>& sets) override {
+                const std::vector<ParameterSet>& sets, SampleListing* samples) override {
     const PVTime duration = facts.duration().time();
     if (facts.hasMovie()) {
       output_.print("],\n\"movie\":{{\"timescale\":{},\"duration\":{},\"seconds\":{}}},\n",
@@ -71,8 +71,7 @@ class JsonReport final : public Report {
     }
     output_.write("\"tracks\":[");
     first_ = true;
-    for (size_t i = 0; i < facts.tracks().size(); ++i)
-      writeTrack(facts, facts.tracks()[i], descriptions.ofTrack(i));
+    for (size_t i = 0; i < facts.tracks().size(); ++i) writeTrack(facts, i, descriptions.ofTrack(i), samples);
     output_.write("],\n\"parameterSets\":[");
     first_ = true;
     for (const ParameterSet& set : sets) parameterSet(set);
@@ -134,8 +133,9 @@ class JsonReport final : public Report {
                     location->second);
   }
 
-  void writeTrack(const MovieFacts& facts, const TrackFacts& track,
-                  std::span<const SampleDescription> descriptions) {
+  void writeTrack(const MovieFacts& facts, size_t number, std::span<const SampleDescription> descriptions,
+                  SampleListing* samples) {
+    const TrackFacts& track = facts.tracks()[number];
     const PVTime duration = facts.mediaDuration(track).time();
     separate();
     output_.print(
@@ -156,7 +156,28 @@ class JsonReport final : public Report {
       output_.write(descriptionJson(sample.description.get()));
       separator = ",";
     }
-    output_.write("]}");
+    output_.write("]");
+    if (samples) writeSamples(number, *samples);
+    output_.write("}");
+    first_ = false;
+  }
+
+  void writeSamples(size_t track, SampleListing& samples) {
+    output_.write(R"(,"samples":[)");
+    first_ = true;
+    const PVTime longest = samples.list(track, [this](const ListedSample& sample) {
+      separate();
+      output_.print(
+          R"({{"index":{},"decode":{},"presentation":{},"duration":{},"size":{},"offset":{},"sync":{})",
+          sample.index, timeOrNull(sample.decode), timeOrNull(sample.presentation),
+          timeOrNull(sample.duration), sample.size,
+          numberOrNull(sample.offset < 0 ? std::nullopt : std::optional(sample.offset)), sample.sync);
+      if (sample.count > 1) output_.print(R"(,"count":{})", sample.count);
+      if (sample.hidden) output_.write(R"(,"hidden":true)");
+      if (sample.missing) output_.write(R"(,"missing":true)");
+      output_.write("}");
+    });
+    output_.print(R"(],"queueDuration":{})", timeOrNull(longest));
   }
 
   Output& output_;

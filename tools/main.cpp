@@ -84,6 +84,23 @@ A byte that differs from the file's is an error at the offset of the first one.
 Entries of tracks of other kinds than video, sound, text, subtitles, closed captions
 and timecode are shown by type alone and not verified.
 
+With --samples every sample of a movie is listed, for each track in the order in which
+they are shown. In JSON a track then has also
+  samples      list of {index, decode, presentation, duration, size, offset, sync}:
+               index counts from 0 in decoding order; the times are {value,
+               timescale}, exact and on the movie's timeline; offset is that in the
+               file; sync is true where decoding can begin. What else there is has a
+               key: count, when the line is a whole chunk of that many samples of
+               uncompressed sound, hidden: true when no edit shows the sample, and
+               missing: true when the file does not have all its bytes
+  queueDuration
+               how much at most waits in a queue that takes the samples in decoding
+               order and gives each out as soon as none that is shown earlier can come
+An edit list moves a track's samples: a sample stands where the first edit that shows it
+puts it, at the edit's rate, and its decoding time moves with it. Samples before the
+first edit have earlier times, which may be negative; those that are shown by no edit
+follow the edit before them. No samples are read, only the tables.
+
 What a movie leaves unknown is null. Bytes of a type that are not printable ASCII
 are written \xHH, and bytes of a file name that are not UTF-8 as U+FFFD.
 
@@ -99,13 +116,16 @@ ExitStatus run(int argc, char** argv) {
   app.footer("To learn more: pevrin inspect --help");
 
   std::string fileName;
-  bool json = false, verify = false;
+  InspectOptions options;
   CLI::App* command = app.add_subcommand(
       "inspect",
       "Show the atoms, times and tracks of a movie, and the parameter sets of a movie or a video stream");
   command->add_option("FILE", fileName, "The movie, stream or parameter set")->required()->type_name("");
-  command->add_flag("--json", json, "Write one JSON object instead of text");
-  command->add_flag("--verify", verify, "Write every sample entry again and report bytes that differ");
+  command->add_flag("--json", options.json, "Write one JSON object instead of text");
+  command->add_flag("--verify", options.verify,
+                    "Write every sample entry again and report bytes that differ");
+  command->add_flag("--samples", options.samples,
+                    "List the samples of a movie in the order in which they are shown");
   command->footer(kInspectFooter);
 
   try {
@@ -125,7 +145,7 @@ ExitStatus run(int argc, char** argv) {
         stderr);
     return kFailed;
   }
-  return inspect(fileName, json, verify);
+  return inspect(fileName, options);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "output.hpp"
 #include "parameter_sets.hpp"
 #include "sample_descriptions.hpp"
+#include "sample_listing.hpp"
 
 class Report {
  public:
@@ -19,8 +20,9 @@ class Report {
   virtual void beginMovie(const std::string& fileName, int64_t fileSize) = 0;
   virtual void beginAtom(const Atom& atom) = 0;
   virtual void endAtom() = 0;  // of a container
+  // samples is null when they are not asked for.
   virtual void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
-                        const std::vector<ParameterSet>& sets) = 0;
+                        const std::vector<ParameterSet>& sets, SampleListing* samples) = 0;
 
   virtual void beginStream(const std::string& fileName, int64_t fileSize) = 0;
   virtual void parameterSet(const ParameterSet& set) = 0;

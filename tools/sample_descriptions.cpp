@@ -98,10 +98,12 @@ void SampleDescriptions::noteAtom(const Atom& atom, const KivAtomStream* stream,
     if (KivAtomStreamReadCurrentAtomData(stream, 0, brand.size(), brand.data()) == kPVStatus_Success)
       for (const uint8_t byte : brand) brand_ = brand_ << 8 | byte;
   }
+  if (atom.type == fourCC("stsd")) number_ = 0;
   if (more_ || !isSampleEntry(types)) return;
+  ++number_;
   bytes_ += atom.size;  // which is part of the file: no sum overflows
   if (entries_.size() < kMostEntries && bytes_ <= kMostBytes) {
-    entries_.push_back({trackCount - 1, atom.type, atom.offset, atom.size, walk.path()});
+    entries_.push_back({trackCount - 1, number_, atom.type, atom.offset, atom.size, walk.path()});
     return;
   }
   more_ = Damage{
@@ -146,7 +148,7 @@ std::optional<Damage> SampleDescriptions::readEntry(KivByteStreamRef file, const
   std::optional<Damage> damage;
   if (verify && kind != std::end(kKinds))
     damage = compareWritten(*kind, description.get(), flavor(), bytes, entry.path, entry.offset);
-  descriptions_.push_back({entry.track, entry.format, std::move(description)});
+  descriptions_.push_back({entry.track, entry.number, entry.format, std::move(description)});
   return damage;
 }
 

@@ -17,6 +17,7 @@
 
 struct SampleDescription {
   size_t track = 0;           // its index in the movie
+  uint32_t number = 0;        // the entry's in its 'stsd', from 1
   PVFourCharCode format = 0;  // the entry's; the description's subtype may differ
   br::Ref<PVFormatDescription> description;
 };
@@ -43,6 +44,7 @@ class SampleDescriptions {
  private:
   struct Entry {
     size_t track;
+    uint32_t number;
     PVFourCharCode format;
     int64_t offset, size;
     std::string path;
@@ -54,6 +56,7 @@ class SampleDescriptions {
 
   PVFourCharCode brand_ = 0;  // the major one; 0 without an 'ftyp'
   std::vector<Entry> entries_;
+  uint32_t number_ = 0;         // of the last entry in its 'stsd'
   int64_t bytes_ = 0;           // of the entries
   std::optional<Damage> more_;  // there are too many of them
   std::vector<SampleDescription> descriptions_;

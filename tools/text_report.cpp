@@ -67,7 +67,7 @@ class TextReport final : public Report {
   void endAtom() override { --depth_; }
 
   void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
-                const std::vector<ParameterSet>& sets) override {
+                const std::vector<ParameterSet>& sets, SampleListing* samples) override {
     if (facts.hasMovie()) {
       output_.print("\nMovie: {}{}\n", timeText(facts.duration().time()),
                     facts.fragmentsNotCounted() ? ", its fragments not counted" : "");
@@ -83,6 +83,8 @@ class TextReport final : public Report {
       }
     }
     for (const ParameterSet& set : sets) parameterSet(set);
+    for (size_t i = 0; samples && i < facts.tracks().size(); ++i)
+      writeSamples(i, facts.tracks()[i], *samples);
   }
 
   void beginStream(const std::string& fileName, int64_t fileSize) override {
@@ -174,6 +176,30 @@ class TextReport final : public Report {
     }
     if (track.edits.size() > kShownEdits)
       output_.print("{:23}and {} more edits\n", "", track.edits.size() - kShownEdits);
+  }
+
+  // Times in units of the track's timescale, unless they are no whole number of them.
+  void writeSamples(size_t number, const TrackFacts& track, SampleListing& samples) {
+    const auto units = [&track](PVTime time) {
+      return time.timescale == static_cast<int32_t>(track.timescale.value_or(0))
+                 ? fmt::format("{}", time.value)
+                 : fmt::format("{}/{}", time.value, time.timescale);
+    };
+    output_.print("\nSamples of track {} ({}) as they are shown, times in units of 1/{} second\n",
+                  numberText(track.id), track.handler ? typeText(*track.handler) : "-",
+                  numberText(track.timescale));
+    output_.print("{:>{}}  {:>8}  {:>7}  {:>12}  {:>12}  {:>8}\n", "offset", width_, "size", "sample",
+                  "presentation", "decode", "duration");
+    const PVTime longest = samples.list(number, [&](const ListedSample& sample) {
+      const std::string offset = sample.offset < 0 ? "-" : fmt::format("{}", sample.offset);
+      output_.print("{:>{}}  {:>8}  {:>7}  {:>12}  {:>12}  {:>8}{}{}{}\n", offset, width_, sample.size,
+                    sample.count > 1 ? fmt::format("{}+{}", sample.index, sample.count)
+                                     : fmt::format("{}", sample.index),
+                    units(sample.presentation), units(sample.decode), units(sample.duration),
+                    sample.sync ? "  sync" : "", sample.hidden ? "  hidden" : "",
+                    sample.missing ? "  missing" : "");
+    });
+    output_.print("At most {} of them wait in the queue.\n", timeText(longest));
   }
 
   Output& output_;

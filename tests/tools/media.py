@@ -49,19 +49,48 @@ MADE = {
     "hints.mp4": BOTH + ["-movflags", "+rtphint"],
 }
 
+PYRAMID = ["-c:v", "libx264", "-preset", "veryfast", "-g", "30", "-pix_fmt", "yuv420p", "-threads", "1",
+           "-x264-params", "bframes=6:b-pyramid=normal:b-adapt=0"]
+# Movies whose samples are arranged in some special way.
+TIMED = {
+    "pyramid.mp4": VIDEO + TONE + PYRAMID + AAC,
+    "pyramid.mov": VIDEO + PYRAMID,
+    "negative-offsets.mp4": VIDEO + TONE + PYRAMID + AAC + ["-movflags", "+negative_cts_offsets"],
+    "negative-fragments.mp4": VIDEO + TONE + PYRAMID + AAC
+    + ["-movflags", "+negative_cts_offsets+frag_keyframe+empty_moov"],
+    "late-picture.mp4": ["-itsoffset", "0.5"] + VIDEO + TONE + PYRAMID + AAC,
+    "early-tone.mp4": VIDEO + ["-itsoffset", "-0.5"] + TONE + PYRAMID + AAC,
+    "base-offset.mp4": VIDEO + TONE + PYRAMID + AAC + ["-movflags", "+frag_keyframe+empty_moov"],
+    "base-moof.mp4": VIDEO + TONE + PYRAMID + AAC + ["-movflags", "+frag_keyframe+empty_moov+default_base_moof"],
+    "base-neither.mp4": VIDEO + TONE + PYRAMID + AAC + ["-movflags", "+frag_keyframe+empty_moov+omit_tfhd_offset"],
+    "separate-fragments.mp4": VIDEO + TONE + PYRAMID + AAC + ["-movflags", "+frag_keyframe+empty_moov+separate_moof"],
+    "delayed-index.mp4": VIDEO + TONE + H264 + AAC + ["-movflags", "+delay_moov+frag_keyframe", "-frag_duration", "300000"],
+    "cmaf.mp4": VIDEO + TONE + PYRAMID + AAC + ["-movflags", "+cmaf"],
+    "uneven.mp4": VIDEO + PYRAMID + ["-vf", "select='not(eq(mod(n,3),1))*gt(random(0),0.3)'", "-fps_mode", "vfr"],
+    "uneven-intra.mov": VIDEO + ["-c:v", "mjpeg", "-vf", "select='gt(random(0),0.3)'", "-fps_mode", "vfr"],
+    "picture-and-pcm.mov": VIDEO + TONE + H264 + ["-c:a", "pcm_s16le", "-ac", "2"],
+    "pcm-24.mov": TONE + ["-c:a", "pcm_s24be", "-ac", "2"],
+    "pcm-fragments.mov": TONE + ["-c:a", "pcm_s16le", "-movflags", "+frag_keyframe+empty_moov"],
+    "ulaw.mov": TONE + ["-c:a", "pcm_mulaw"],
+    "ima4.mov": TONE + ["-c:a", "adpcm_ima_qt"],
+    "hevc.mp4": VIDEO + ["-c:v", "libx265", "-preset", "ultrafast", "-x265-params", "log-level=none"],
+    "timecode.mov": VIDEO + H264 + ["-timecode", "01:00:00:00"],
+    "text.mov": VIDEO + ["-i", "{subtitles.srt}"] + H264 + ["-map", "0:v", "-map", "1", "-c:s", "mov_text"],
+}
+
 
 def path_of(name):
     """The movie's path; it is made when it is not there yet."""
     os.makedirs(command.MEDIA, exist_ok=True)
     path = os.path.join(command.MEDIA, name)
     if not os.path.exists(path):
-        (bend if name in BENT else encode)(name, path)
+        (encode if name in MADE or name in TIMED else bend)(name, path)
     return path
 
 
 def encode(name, path):
     arguments = []
-    for argument in MADE[name]:
+    for argument in MADE.get(name) or TIMED[name]:
         if argument.startswith("{"):
             helper = os.path.join(command.MEDIA, argument[1:-1])
             with open(helper, "w", encoding="utf-8") as file:
@@ -163,8 +192,79 @@ BENT = {
 }
 
 
+def with_tables(data, change):
+    """The movie with its sample tables changed: change(type, bytes of the atom) gives the bytes of the new one."""
+    last = read_atoms(data)[-1]
+    assert last["type"] == "moov", "the index must stand behind the media, whose place must not change"
+
+    def convert(one):
+        whole = data[one["offset"] : one["offset"] + one["size"]]
+        if one["type"] in ("moov", "trak", "edts", "mdia", "minf", "stbl"):
+            return atom(one["type"], *(convert(child) for child in one["children"]))
+        return change(one["type"], whole)
+
+    return data[: last["offset"]] + convert(last)
+
+
+def with_wide_offsets(data):
+    def change(kind, whole):
+        if kind != "stco":
+            return whole
+        offsets = struct.unpack(f">{len(whole) // 4 - 4}I", whole[16:])
+        return full("co64", 0, whole[12:16], struct.pack(f">{len(offsets)}Q", *offsets))
+
+    return with_tables(data, change)
+
+
+def with_small_sizes(bits):
+    """Sizes in 4, 8 or 16 bits, of the tracks where they fit."""
+
+    def change(kind, whole):
+        if kind != "stsz":
+            return whole
+        constant, count = struct.unpack(">II", whole[12:20])
+        sizes = [constant] * count if constant else struct.unpack(f">{count}I", whole[20:])
+        if max(sizes) >= 1 << bits:
+            return whole
+        digits = "".join(f"{size:0{bits // 4}x}" for size in sizes)
+        return full("stz2", 0, bytes(3), bytes([bits]), whole[16:20], bytes.fromhex(digits + "0" * (len(digits) % 2)))
+
+    return lambda data: with_tables(data, change)
+
+
+def with_dependencies(data):
+    def change(kind, whole):
+        count = struct.unpack(">I", whole[16:20])[0] if kind == "stsz" else 0
+        return whole + (full("sdtp", 0, bytes(i % 3 * 0x14 for i in range(count))) if count else b"")
+
+    return with_tables(data, change)
+
+
+def with_late_edits(data):
+    """Each edit begins 300 units of the track later."""
+
+    def change(kind, whole):
+        if kind != "elst":
+            return whole
+        version, count, duration, time, rate = struct.unpack(">IIIiI", whole[8:])
+        return full("elst", 0, struct.pack(">IIiI", count, duration - 100, time + 300, rate))
+
+    return with_tables(data, change)
+
+
+# A movie, and what is done to its tables.
+SPLICED = {
+    "wide-offsets.mp4": ("pyramid.mp4", with_wide_offsets),
+    "small-sizes-4.mov": ("timecode.mov", with_small_sizes(4)),
+    "small-sizes-8.mov": ("text.mov", with_small_sizes(8)),
+    "small-sizes-16.mp4": ("pyramid.mp4", with_small_sizes(16)),
+    "dependencies.mp4": ("pyramid.mp4", with_dependencies),
+    "within-a-frame.mp4": ("pyramid.mp4", with_late_edits),
+}
+
+
 def bend(name, path):
-    source, change = BENT[name]
+    source, change = BENT.get(name) or SPLICED[name]
     with open(path + ".part", "wb") as file:
         file.write(change(bytes_of(source)))
     os.rename(path + ".part", path)

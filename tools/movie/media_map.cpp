@@ -1,0 +1,17 @@
+#include "media_map.hpp"
+
+#include <sys/mman.h>
+
+br::Ref<PVBlockBuffer> mapMedia(int descriptor, int64_t size) {
+  br::Ref<PVBlockBuffer> media;
+  const auto length = static_cast<size_t>(size);
+  void* bytes =
+      length ? mmap(nullptr, length, PROT_READ, MAP_PRIVATE | MAP_NORESERVE, descriptor, 0) : MAP_FAILED;
+  if (bytes == MAP_FAILED) return media;
+  const PVBlockBufferCustomBlockSource source = {
+      0, nullptr, [](void*, void* block, size_t blockLength) { munmap(block, blockLength); }, nullptr};
+  if (PVBlockBufferCreateWithMemoryBlock(nullptr, bytes, length, nullptr, &source, 0, length, 0,
+                                         media.out()) != kPVStatus_Success)
+    munmap(bytes, length);
+  return media;
+}
