@@ -6,6 +6,9 @@ namespace pv {
 
 namespace {
 
+// How many names an insertion may change.
+constexpr size_t kMostRenamed = 16;
+
 PVTime timeOf(Extreme extreme, const StoreEntry& entry) {
   switch (extreme) {
     case Extreme::kMinPresentation:
@@ -29,6 +32,12 @@ int32_t compareWorth(Extreme extreme, const PVTime& a, const PVTime& b) {
 StoreEntry* better(Extreme extreme, StoreEntry* first, StoreEntry* second) {
   if (!first || !second) return first ? first : second;
   return compareWorth(extreme, timeOf(extreme, *second), timeOf(extreme, *first)) > 0 ? second : first;
+}
+
+// Two that are equal, as times, but not the same: then it matters which is nearer to the head.
+bool isSpelledAnew(Extreme extreme, const StoreEntry& a, const StoreEntry& b) {
+  const PVTime x = timeOf(extreme, a), y = timeOf(extreme, b);
+  return PVTimeCompare(x, y) == 0 && std::memcmp(&x, &y, sizeof x) != 0;
 }
 
 StoreEntry* ifValid(Extreme extreme, StoreEntry* entry) {
@@ -76,20 +85,30 @@ void BufferExtremes::insertedIntoKnown(size_t index, const BufferStore& store) {
 }
 
 void BufferExtremes::insertedIntoFront(Extreme extreme, size_t index, const BufferStore& store) {
+  Known& known = known_[static_cast<size_t>(extreme)];
   StoreEntry* entry = store.at(index);
   StoreEntry* candidate = ifValid(extreme, entry);
-  ++known_[static_cast<size_t>(extreme)].frontCount;
+  ++known.frontCount;
   StoreEntry* following = bestFrom(extreme, store.at(index + 1));
-  StoreEntry* best = better(extreme, candidate, following);
-  bestFrom(extreme, entry) = best;
-  if (best == following) return;
+  bestFrom(extreme, entry) = better(extreme, candidate, following);
+  if (bestFrom(extreme, entry) == following) return;
   // Entries before it that name one behind it, or a worse one, name it now. None does before one that does
   // not.
-  for (size_t i = index; i-- > 0;) {
-    StoreEntry*& other = bestFrom(extreme, store.at(i));
-    if (other != following && better(extreme, other, candidate) != candidate) break;
-    other = candidate;
+  for (size_t i = index, left = kMostRenamed; i > 0; --i, --left) {
+    StoreEntry*& best = bestFrom(extreme, store.at(i - 1));
+    if (best != following && better(extreme, best, candidate) != candidate) return;
+    if (left == 0) return cutFront(extreme, index, candidate, following);
+    best = candidate;
   }
+}
+
+// Instead of many names the back changes, and now begins with the candidate. What the front names may stand
+// in the back: it will be there as long as the entry that names it.
+void BufferExtremes::cutFront(Extreme extreme, size_t index, StoreEntry* candidate, StoreEntry* following) {
+  Known& known = known_[static_cast<size_t>(extreme)];
+  known.frontCount = index;
+  known.bestOfBack = better(extreme, candidate, known.bestOfBack);
+  if (following && isSpelledAnew(extreme, *candidate, *following)) unlearn(known);
 }
 
 void BufferExtremes::insertedIntoBack(Extreme extreme, size_t index, const BufferStore& store) {
@@ -100,12 +119,10 @@ void BufferExtremes::insertedIntoBack(Extreme extreme, size_t index, const Buffe
     known.bestOfBack = candidate;
     return;
   }
-  const PVTime time = timeOf(extreme, *candidate), best = timeOf(extreme, *known.bestOfBack);
-  const int32_t worth = compareWorth(extreme, time, best);
-  if (worth > 0) known.bestOfBack = candidate;
-  // Which of two equal ones is nearer to the head is not known, and matters when they are spelled
-  // differently.
-  if (worth == 0 && index + 1 < store.count() && std::memcmp(&time, &best, sizeof time) != 0) unlearn(known);
+  if (index + 1 < store.count() && isSpelledAnew(extreme, *candidate, *known.bestOfBack))
+    unlearn(known);
+  else
+    known.bestOfBack = better(extreme, known.bestOfBack, candidate);
 }
 
 void BufferExtremes::removesKnownHead(const BufferStore& store) {

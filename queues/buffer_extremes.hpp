@@ -2,11 +2,11 @@
 // replaces the best only when it is strictly better.
 //
 // Representation, for each extreme that somebody has asked for since it was last unknown: the store is a
-// front and a back. Each entry of the front names the best from itself to the end of the front, so that the
-// front loses its head without a look at the others; of the back only the best is known. When the front is
-// used up and the back loses its best, the extreme is unknown, and the next question makes all entries the
-// front. A buffer takes part in one such walk at most for each time that it moves from back to front: asking
-// costs constant time on average. What nobody asks for costs nothing.
+// front and a back. Each entry of the front names the best from itself to the end of the front, or a better
+// one of the back, so that the front loses its head without a look at the others; of the back only the best
+// is known. When the front is used up and the back loses its best, the extreme is unknown, and the next
+// question makes all entries the front. An entry is walked over that way once, on the whole, and an insertion
+// changes a few names at most: asking costs constant time on average. What nobody asks for costs nothing.
 #ifndef PEVRIN_QUEUES_BUFFER_EXTREMES_HPP
 #define PEVRIN_QUEUES_BUFFER_EXTREMES_HPP
 
@@ -39,6 +39,7 @@ class BufferExtremes {
   void removesKnownHead(const BufferStore& store);
   void insertedIntoFront(Extreme extreme, size_t index, const BufferStore& store);
   void insertedIntoBack(Extreme extreme, size_t index, const BufferStore& store);
+  void cutFront(Extreme extreme, size_t index, StoreEntry* candidate, StoreEntry* following);
   void unlearn(Known& known);
 
   Known known_[kExtremes];

@@ -143,6 +143,20 @@ TEST(BufferQueueModel, AgreesWithAScan) {
   EXPECT_EQ(Frame::alive, 0);
 }
 
+TEST(BufferQueueModel, OfEqualTimesTheOneNearestToTheHeadIsTold) {
+  auto queue = makeQueue(sortedFrameCallbacks());
+  auto put = [&](int64_t key, PVTime presentation) {
+    auto frame = makeFrame(presentation);
+    frame->key = key;
+    enqueue(queue, frame);
+  };
+  for (int64_t key = 0; key < 40; ++key) put(key, kPVTimeZero);
+  put(100, PVTimeMake(60, 30));
+  EXPECT_EQ(PVBufferQueueGetMaxPresentationTimeStamp(queue.get()).timescale, 30);
+  put(50, PVTimeMake(20, 10));
+  EXPECT_EQ(PVBufferQueueGetMaxPresentationTimeStamp(queue.get()).timescale, 10);
+}
+
 // Questions and places cost what they cost in a shallow queue: counted, not timed.
 TEST(BufferQueueModel, CostDoesNotGrowWithDepthInBFrameOrder) {
   int compared = 0;
