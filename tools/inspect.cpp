@@ -1,11 +1,6 @@
 #include "inspect.hpp"
 
-#include <bedra/runtime.h>
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <kiv/byte_stream.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -15,6 +10,7 @@
 #include "configuration_record.hpp"
 #include "elementary_stream.hpp"
 #include "file_kind.hpp"
+#include "input_file.hpp"
 #include "movie/media_map.hpp"
 #include "movie/movie_index.hpp"
 #include "movie_facts.hpp"
@@ -26,47 +22,11 @@
 
 namespace {
 
-// An open file as a byte stream.
-class File {
- public:
-  ~File() {
-    BRRelease(stream_);
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  File() = default;
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  // Says why not, or nothing. Does not wait: a pipe without a writer is refused like any other.
-  std::string open(const std::string& name) {
-    descriptor_ = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    struct stat info {};
-    if (descriptor_ < 0 && errno != ENXIO) return std::strerror(errno);
-    if (descriptor_ >= 0 && fstat(descriptor_, &info) != 0) return std::strerror(errno);
-    if (S_ISDIR(info.st_mode)) return "Is a directory";
-    if (!S_ISREG(info.st_mode))
-      return "Not a regular file; it is read out of order, which only a file allows";
-    PVStatus status =
-        KivByteStreamCreateForFileDescriptor(nullptr, descriptor_, kKivByteStreamFile_ReadOnly, &stream_);
-    if (status == kPVStatus_Success) status = KivByteStreamGetTotalLength(stream_, &size_);
-    return status == kPVStatus_Success ? "" : fmt::format("Cannot be read (status {})", status);
-  }
-
-  int descriptor() const { return descriptor_; }
-  KivByteStreamRef stream() const { return stream_; }
-  int64_t size() const { return size_; }
-
- private:
-  int descriptor_ = -1;
-  KivByteStreamRef stream_ = nullptr;
-  int64_t size_ = 0;
-};
-
 // Hands every atom on to the report and to the facts, and keeps what is wrong, and a movie's parameter sets,
 // for the end.
 class Inspection final : public AtomVisitor, public ParameterSetVisitor {
  public:
-  Inspection(Report& report, const Output& output, const File& file, const InspectOptions& options)
+  Inspection(Report& report, const Output& output, const InputFile& file, const InspectOptions& options)
       : report_(report), output_(output), file_(file), options_(options), index_(file.size()) {}
 
   bool beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) override {
@@ -117,14 +77,13 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
       index_.tracks()[i].packings = packingsOf(descriptions_.ofTrack(i));
     const auto media = mapMedia(file_.descriptor(), file_.size());
     if (!media) damages_.push_back({"", 0, kKivByteStreamError_ReadFailed, "the file cannot be mapped"});
-    SampleListing listing(facts_, index_, descriptions_, media.get(), media ? file_.size() : 0, output_,
-                          progress_, damages_);
+    SampleListing listing(facts_, index_, descriptions_, media.get(), output_, progress_, damages_);
     report_.endMovie(facts_, descriptions_, sets_, &listing);
   }
 
   Report& report_;
   const Output& output_;
-  const File& file_;
+  const InputFile& file_;
   const InspectOptions& options_;
   bool isMovie_ = false;
   MovieFacts facts_;
@@ -138,7 +97,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
 }  // namespace
 
 ExitStatus inspect(const std::string& fileName, const InspectOptions& options) {
-  File file;
+  InputFile file;
   if (const std::string reason = file.open(fileName); !reason.empty()) {
     complain(fileName, reason);
     return kFailed;
