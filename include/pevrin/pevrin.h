@@ -13,6 +13,7 @@
 #include <pevrin/format_description.h>
 #include <pevrin/handler.h>
 #include <pevrin/image_description.h>
+#include <pevrin/memory_pool.h>
 #include <pevrin/notification_center.h>
 #include <pevrin/sample_buffer.h>
 #include <pevrin/sample_buffer_audio.h>
