@@ -97,7 +97,7 @@ PVStatus KivDeferNotificationToRunLoop(PVNotificationCallback callback, PVNotifi
   if (!record) return signalError(kPVNotificationCenterError_AllocationFailed);
   const BRRunLoopTimerContext context{0, record, nullptr, timerEnded};
   // A date long past: due at once, in the order in which the timers are made.
-  auto timer = br::Ref<BRRunLoopTimer>::adopt(BRRunLoopTimerCreate(allocator, 0.0, timerFired, &context));
+  auto timer = br::Ref<BRRunLoopTimer>::adopt(BRRunLoopTimerCreate(allocator, 0.0, 0, timerFired, &context));
   if (!timer) {
     destroy(record);
     return signalError(kPVNotificationCenterError_AllocationFailed);

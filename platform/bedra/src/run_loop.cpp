@@ -1,212 +1,20 @@
-// Run loops and their timers.
-//
-// Representation: a loop knows the names of its modes, at most kMostModes, so that a set of modes is a mask.
-// Its timers stand in one list in the order in which they fire: by time, then by the order in which they were
-// set. A timer belongs to the first loop it is added to; from then on that loop's lock guards its state,
-// before it is the lock of timers without a loop. A timer in the list is retained by the loop, and a loop is
-// retained by its timers: the list is emptied when the loop's thread ends, which breaks the circle.
-//
-// Lock order: unattachedLock before a loop's lock. No callback runs with either held.
-//
-// Times inside are nanoseconds of the monotonic clock: a fire date is converted when it is set.
-#include <bedra/run_loop.h>
+#include "src/run_loop.hpp"
+
 #include <bedra/string.h>
 #include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <cmath>
-#include <condition_variable>
-#include <mutex>
+#include <new>
 
 using namespace br::literals;
+using br::kNeverNs;
+using br::RunLoopMode;
+using br::TimerMembership;
 
 namespace {
 
-using ModeMask = uint32_t;
-constexpr uint32_t kMostModes = 32;
-
-constexpr int64_t kNever = INT64_MAX;
-
-int64_t monotonicNowNs() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
-
-// `seconds` after a time: past ones are that time, and what is not a number or out of range is never.
-int64_t timeAfterNs(int64_t fromNs, double seconds) {
-  if (seconds <= 0) return fromNs;
-  const double deltaNs = seconds * 1e9;
-  return deltaNs < 9e18 - static_cast<double>(fromNs) ? fromNs + static_cast<int64_t>(deltaNs) : kNever;
-}
-
-std::mutex& unattachedLock() {
-  static constinit std::mutex lock;
-  return lock;
-}
-
-}  // namespace
-
-struct BRRunLoopTimer : BRObject {
-  static constexpr const char* className = "BRRunLoopTimer";
-
-  ~BRRunLoopTimer();
-  BRRunLoopTimer(BRAbsoluteTime date, BRRunLoopTimerCallback function, const BRRunLoopTimerContext& copied)
-      : callback(function), context(copied) {
-    setFireDate(date);
-  }
-  std::unique_lock<std::mutex> lockState();
-  void setFireDate(BRAbsoluteTime date);
-  // Whether the info is to be released now: asked when the timer can call no more, true once.
-  bool takeInfo() { return std::exchange(ownsInfo, false) && context.release; }
-
-  std::atomic<BRRunLoopRef> loop{nullptr};  // retained; changes once, under unattachedLock
-  BRRunLoopTimerCallback callback;
-  BRRunLoopTimerContext context;
-  // Guarded by the loop's lock, or by unattachedLock while there is no loop:
-  BRAbsoluteTime fireDate;
-  int64_t fireNs;
-  bool isValid = true;
-  bool ownsInfo = true;
-  ModeMask modes = 0;  // not 0: in the loop's list
-  BRRunLoopTimerRef next = nullptr;
-  BRRunLoopTimerRef previous = nullptr;
-};
-
-struct BRRunLoop : BRObject {
-  static constexpr const char* className = "BRRunLoop";
-
-  void insert(BRRunLoopTimerRef timer);
-  void unlink(BRRunLoopTimerRef timer);
-  ModeMask findMode(BRStringRef name) const;
-  ModeMask findOrAddMode(BRStringRef name);
-  BRRunLoopTimerRef firstIn(ModeMask mode) const;
-  bool fireFirst(std::unique_lock<std::mutex>& held, ModeMask mode, int64_t nowNs);
-  void waitUntil(std::unique_lock<std::mutex>& held, int64_t timeNs);
-  // Has the thread look again at what there is to do.
-  void wake() {
-    isWoken = true;
-    changed.notify_all();
-  }
-  void end();
-
-  std::mutex lock;
-  std::condition_variable changed;
-  // Guarded by lock:
-  br::Ref<const BRString> modeNames[kMostModes];
-  uint32_t modeCount = 0;
-  BRRunLoopTimerRef first = nullptr;
-  BRRunLoopTimerRef last = nullptr;
-  bool isStopRequested = false;
-  bool isWoken = false;
-  bool hasEnded = false;  // its thread is gone
-};
-
-// ---- Timers
-
-BRRunLoopTimer::~BRRunLoopTimer() {
-  if (takeInfo()) context.release(context.info);
-  BRRelease(loop.load(std::memory_order_relaxed));
-}
-
-std::unique_lock<std::mutex> BRRunLoopTimer::lockState() {
-  for (;;) {
-    BRRunLoopRef owner = loop.load(std::memory_order_acquire);
-    std::unique_lock held(owner ? owner->lock : unattachedLock());
-    if (loop.load(std::memory_order_relaxed) == owner) return held;
-  }
-}
-
-void BRRunLoopTimer::setFireDate(BRAbsoluteTime date) {
-  fireDate = date;
-  fireNs = timeAfterNs(monotonicNowNs(), date - BRAbsoluteTimeGetCurrent());
-}
-
-// ---- Loops
-
-// After the timers that fire at the same time.
-void BRRunLoop::insert(BRRunLoopTimerRef timer) {
-  BRRunLoopTimerRef before = last;
-  while (before && before->fireNs > timer->fireNs) before = before->previous;
-  timer->previous = before;
-  timer->next = before ? before->next : first;
-  (before ? before->next : first) = timer;
-  (timer->next ? timer->next->previous : last) = timer;
-}
-
-void BRRunLoop::unlink(BRRunLoopTimerRef timer) {
-  (timer->previous ? timer->previous->next : first) = timer->next;
-  (timer->next ? timer->next->previous : last) = timer->previous;
-  timer->next = timer->previous = nullptr;
-}
-
-// 0 when no timer was ever added in the mode.
-ModeMask BRRunLoop::findMode(BRStringRef name) const {
-  for (uint32_t i = 0; i < modeCount; ++i)
-    if (BREqual(modeNames[i].get(), name)) return ModeMask{1} << i;
-  return 0;
-}
-
-// 0 when there is no room for another mode or memory runs out.
-ModeMask BRRunLoop::findOrAddMode(BRStringRef name) {
-  if (ModeMask mode = findMode(name)) return mode;
-  if (modeCount == kMostModes) return 0;
-  modeNames[modeCount] = br::Ref<const BRString>::adopt(BRStringCreateCopy(nullptr, name));
-  return modeNames[modeCount] ? ModeMask{1} << modeCount++ : 0;
-}
-
-BRRunLoopTimerRef BRRunLoop::firstIn(ModeMask mode) const {
-  BRRunLoopTimerRef timer = first;
-  while (timer && !(timer->modes & mode)) timer = timer->next;
-  return timer;
-}
-
-// Calls the first timer of the mode when it is due. Gives up the lock meanwhile.
-bool BRRunLoop::fireFirst(std::unique_lock<std::mutex>& held, ModeMask mode, int64_t nowNs) {
-  BRRunLoopTimerRef timer = firstIn(mode);
-  if (!timer || timer->fireNs > nowNs) return false;
-  unlink(timer);
-  timer->modes = 0;
-  timer->isValid = false;
-  held.unlock();
-  timer->callback(timer, timer->context.info);
-  held.lock();
-  const bool releasesInfo = timer->takeInfo();
-  held.unlock();
-  if (releasesInfo) timer->context.release(timer->context.info);
-  BRRelease(timer);
-  held.lock();
-  return true;
-}
-
-void BRRunLoop::waitUntil(std::unique_lock<std::mutex>& held, int64_t timeNs) {
-  auto mustLook = [this] { return isWoken || isStopRequested; };
-  if (timeNs == kNever) {
-    changed.wait(held, mustLook);
-  } else {
-    const std::chrono::steady_clock::time_point until{std::chrono::nanoseconds(timeNs)};
-    changed.wait_until(held, until, mustLook);
-  }
-  isWoken = false;
-}
-
-// The thread is ending: what is left will not fire.
-void BRRunLoop::end() {
-  std::unique_lock held(lock);
-  hasEnded = true;
-  while (BRRunLoopTimerRef timer = first) {
-    unlink(timer);
-    timer->modes = 0;
-    held.unlock();
-    BRRelease(timer);
-    held.lock();
-  }
-}
-
-namespace {
+int64_t nowMonotonicNs() { return static_cast<int64_t>(BRHostTimeGetUptimeNs()); }
 
 // The calling thread's loop, ended and released with the thread.
 struct CurrentLoop {
@@ -224,48 +32,233 @@ thread_local CurrentLoop currentLoop;
 
 }  // namespace
 
+BRRunLoop::~BRRunLoop() {
+  while (RunLoopMode* mode = modes) {
+    modes = mode->next;
+    delete mode;
+  }
+}
+
+// ---- Modes and what is in them
+
+// Null when no timer was ever added in the mode.
+RunLoopMode* BRRunLoop::findMode(BRStringRef name) const {
+  RunLoopMode* mode = modes;
+  while (mode && !BREqual(mode->name.get(), name)) mode = mode->next;
+  return mode;
+}
+
+// Null when memory runs out.
+RunLoopMode* BRRunLoop::findOrAddMode(BRStringRef name) {
+  if (RunLoopMode* mode = findMode(name)) return mode;
+  auto copy = br::Ref<const BRString>::adopt(BRStringCreateCopy(nullptr, name));
+  auto* mode = copy ? new (std::nothrow) RunLoopMode{std::move(copy), {}, modes} : nullptr;
+  return mode ? modes = mode : nullptr;
+}
+
+// False when memory runs out.
+bool BRRunLoop::join(BRRunLoopTimerRef timer, RunLoopMode* mode) {
+  TimerMembership* own = &timer->ownMembership;
+  auto* membership = own->mode ? new (std::nothrow) TimerMembership{} : own;
+  if (!membership) return false;
+  membership->timer = timer;
+  membership->mode = mode;
+  membership->next = std::exchange(timer->memberships, membership);
+  if (!timer->isWaiting()) return true;
+  if (const TimerMembership* other = membership->next) {
+    membership->timeNs = other->timeNs;
+    membership->order = other->order;
+    mode->timers.insert(membership);
+    timersChanged();
+  } else {
+    insert(timer);
+  }
+  return true;
+}
+
+// Ends the membership that the link leads to.
+void BRRunLoop::leave(BRRunLoopTimerRef timer, TimerMembership** link) {
+  TimerMembership* membership = *link;
+  if (timer->isWaiting()) membership->mode->timers.remove(membership);
+  *link = membership->next;
+  if (membership == &timer->ownMembership)
+    membership->mode = nullptr;
+  else
+    delete membership;
+}
+
+void BRRunLoop::leaveAll(BRRunLoopTimerRef timer) {
+  while (timer->memberships) leave(timer, &timer->memberships);
+  timersChanged();
+}
+
+// Behind the timers of the same time.
+void BRRunLoop::insert(BRRunLoopTimerRef timer) {
+  ++lastOrder;
+  for (TimerMembership* membership = timer->memberships; membership; membership = membership->next) {
+    membership->timeNs = timer->latestNs();
+    membership->order = lastOrder;
+    membership->mode->timers.insert(membership);
+  }
+  timersChanged();
+}
+
+void BRRunLoop::remove(BRRunLoopTimerRef timer) {
+  for (TimerMembership* membership = timer->memberships; membership; membership = membership->next)
+    membership->mode->timers.remove(membership);
+}
+
+// ---- Sleeping and being woken
+
+void BRRunLoop::setDescriptor(int64_t timeNs) {
+  if (timeNs == readableFromNs) return;
+  readableFromNs = timeNs;
+  descriptor.set(timeNs);
+}
+
+// The one who sleeps wakes in time for the first timer, and at once when there is none to wait for any more.
+void BRRunLoop::timersChanged() {
+  const RunLoopMode* watched = waitedMode ? waitedMode : polledMode;
+  if (!watched) return;
+  if (const br::TimerNode* first = watched->timers.first()) {
+    if (first->timeNs < readableFromNs) setDescriptor(first->timeNs);
+  } else if (waitedMode) {
+    wake();
+  }
+}
+
+void BRRunLoop::wake() {
+  if (waitedMode || polledMode) setDescriptor(0);
+}
+
+void BRRunLoop::waitUntil(std::unique_lock<std::mutex>& held, RunLoopMode* mode, int64_t timeNs) {
+  waitedMode = mode;
+  setDescriptor(timeNs);
+  held.unlock();
+  descriptor.wait();
+  held.lock();
+  waitedMode = nullptr;
+  readableFromNs = kUnknownNs;  // it was read, but may have been set again since
+  if (polledMode) watchPolledMode();
+}
+
+void BRRunLoop::watchPolledMode() {
+  const br::TimerNode* first = polledMode->timers.first();
+  setDescriptor(isStopRequested ? 0 : first ? first->timeNs : kNeverNs);
+}
+
+// ---- Running
+
+// Calls the first timer of the mode when its time has come.
+bool BRRunLoop::callFirst(std::unique_lock<std::mutex>& held, RunLoopMode* mode, int64_t nowNs) {
+  br::TimerNode* first = mode ? mode->timers.first() : nullptr;
+  if (!first) return false;
+  BRRunLoopTimerRef timer = static_cast<TimerMembership*>(first)->timer;
+  if (timer->setting.fire.timeNs > nowNs) return false;
+  remove(timer);
+  timer->isBeingCalled = true;
+  if (timer->repeats()) {
+    timer->advancePast(nowNs);
+    BRRetain(timer);
+  } else {
+    timer->isValid = false;
+    leaveAll(timer);  // the loop's reference is now this function's
+  }
+  held.unlock();
+  timer->callback(timer, timer->context.info);
+  held.lock();
+  timer->isBeingCalled = false;
+  if (timer->memberships) insert(timer);
+  const bool releasesInfo = !timer->isValid && timer->takeInfo();
+  held.unlock();
+  if (releasesInfo) timer->context.release(timer->context.info);
+  BRRelease(timer);
+  held.lock();
+  return true;
+}
+
+BRRunLoopResult BRRunLoop::run(std::unique_lock<std::mutex>& held, BRStringRef name, int64_t deadlineNs,
+                               bool returnAfterSourceHandled) {
+  for (;;) {
+    // Timers that callbacks set anew wait for the next round, so that a round ends.
+    const int64_t nowNs = nowMonotonicNs();
+    bool handled = false;
+    while (!isStopRequested && !(handled && returnAfterSourceHandled) &&
+           callFirst(held, findMode(name), nowNs))
+      handled = true;
+    if (handled && returnAfterSourceHandled) return kBRRunLoopHandledSource;
+    if (std::exchange(isStopRequested, false)) return kBRRunLoopStopped;
+    RunLoopMode* mode = findMode(name);
+    const br::TimerNode* next = mode ? mode->timers.first() : nullptr;
+    if (!next) return kBRRunLoopFinished;
+    if (nowNs >= deadlineNs) return kBRRunLoopTimedOut;
+    waitUntil(held, mode, std::min(deadlineNs, next->timeNs));
+  }
+}
+
+// The thread is ending: what is left will not fire.
+void BRRunLoop::end() {
+  std::unique_lock held(lock);
+  hasEnded = true;
+  polledMode = nullptr;
+  descriptor.close();
+  for (RunLoopMode* mode = modes; mode; mode = mode->next) {
+    while (br::TimerNode* first = mode->timers.first()) {
+      BRRunLoopTimerRef timer = static_cast<TimerMembership*>(first)->timer;
+      leaveAll(timer);
+      held.unlock();
+      BRRelease(timer);
+      held.lock();
+    }
+  }
+}
+
 extern "C" {
 constinit const BRStringRef kBRRunLoopDefaultMode = "kBRRunLoopDefaultMode"_br;
 }
 
 BRTypeID BRRunLoopGetTypeID(void) { return br::typeID<BRRunLoop>(); }
-BRTypeID BRRunLoopTimerGetTypeID(void) { return br::typeID<BRRunLoopTimer>(); }
 
 BRRunLoopRef BRRunLoopGetCurrent(void) {
-  if (!currentLoop.loop && !currentLoop.isGone) currentLoop.loop = br::create<BRRunLoop>(nullptr, 0);
+  if (!currentLoop.loop && !currentLoop.isGone) {
+    auto made = br::Ref<BRRunLoop>::adopt(br::create<BRRunLoop>(nullptr, 0));
+    if (made && made->descriptor.get() >= 0) currentLoop.loop = made.detach();
+  }
   return currentLoop.loop;
 }
 
 BRRunLoopResult BRRunLoopRunInMode(BRStringRef mode, double seconds, bool returnAfterSourceHandled) {
-  BRRunLoopRef loop = BRRunLoopGetCurrent();
+  auto loop = br::Ref<BRRunLoop>::retain(BRRunLoopGetCurrent());
   if (!loop || !mode) return kBRRunLoopFinished;
-  const int64_t deadlineNs = std::isnan(seconds) ? 0 : timeAfterNs(monotonicNowNs(), seconds);
-  BRRetain(loop);
+  const int64_t deadlineNs = std::isnan(seconds) ? 0 : br::timeAfterNs(nowMonotonicNs(), seconds);
   std::unique_lock held(loop->lock);
-  BRRunLoopResult result = 0;
-  while (result == 0) {
-    // Timers that callbacks set anew wait for the next round, so that a round ends.
-    const int64_t nowNs = monotonicNowNs();
-    bool handled = false;
-    while (!loop->isStopRequested && !(handled && returnAfterSourceHandled) &&
-           loop->fireFirst(held, loop->findMode(mode), nowNs))
-      handled = true;
-    BRRunLoopTimerRef next = loop->firstIn(loop->findMode(mode));
-    if (handled && returnAfterSourceHandled) {
-      result = kBRRunLoopHandledSource;
-    } else if (loop->isStopRequested) {
-      loop->isStopRequested = false;
-      result = kBRRunLoopStopped;
-    } else if (!next) {
-      result = kBRRunLoopFinished;
-    } else if (nowNs >= deadlineNs) {
-      result = kBRRunLoopTimedOut;
-    } else {
-      loop->waitUntil(held, std::min(deadlineNs, next->fireNs));
-    }
-  }
+  const BRRunLoopResult result = loop->run(held, mode, deadlineNs, returnAfterSourceHandled);
   held.unlock();
-  BRRelease(loop);
+  return result;
+}
+
+int BRRunLoopGetPollDescriptor(BRRunLoopRef loop) {
+  if (!loop) return -1;
+  std::lock_guard guard(loop->lock);
+  if (!loop->polledMode && !loop->hasEnded) {
+    loop->polledMode = loop->findOrAddMode(kBRRunLoopDefaultMode);
+    if (!loop->polledMode) return -1;
+    if (!loop->waitedMode) loop->watchPolledMode();
+  }
+  return loop->descriptor.get();
+}
+
+BRRunLoopResult BRRunLoopDispatchPending(BRRunLoopRef loop, BRStringRef name) {
+  if (!loop || !name || loop != currentLoop.loop) return kBRRunLoopRefused;
+  auto keep = br::Ref<BRRunLoop>::retain(loop);
+  std::unique_lock held(loop->lock);
+  RunLoopMode* mode = loop->findOrAddMode(name);
+  if (!mode) return kBRRunLoopRefused;
+  loop->polledMode = mode;
+  const BRRunLoopResult result = loop->run(held, name, 0, false);
+  loop->polledMode = mode;  // a callback may have dispatched another
+  loop->watchPolledMode();
+  held.unlock();
   return result;
 }
 
@@ -282,96 +275,44 @@ void BRRunLoopStop(BRRunLoopRef loop) {
   loop->wake();
 }
 
-bool BRRunLoopAddTimer(BRRunLoopRef loop, BRRunLoopTimerRef timer, BRStringRef mode) {
-  if (!loop || !timer || !mode) return false;
-  std::lock_guard unattached(unattachedLock());
+bool BRRunLoopAddTimer(BRRunLoopRef loop, BRRunLoopTimerRef timer, BRStringRef name) {
+  if (!loop || !timer || !name) return false;
+  std::lock_guard unattached(br::unattachedLock());
   BRRunLoopRef owner = timer->loop.load(std::memory_order_relaxed);
   if (owner && owner != loop) return false;
   std::lock_guard guard(loop->lock);
   if (!timer->isValid || loop->hasEnded) return false;
-  const ModeMask mask = loop->findOrAddMode(mode);
-  if (mask == 0) return false;
+  RunLoopMode* mode = loop->findOrAddMode(name);
+  if (!mode) return false;
+  for (TimerMembership* membership = timer->memberships; membership; membership = membership->next)
+    if (membership->mode == mode) return true;
+  const bool isFirst = !timer->memberships;
+  if (!loop->join(timer, mode)) return false;
+  if (isFirst) BRRetain(timer);
   if (!owner) {
     BRRetain(loop);
     timer->loop.store(loop, std::memory_order_release);
   }
-  if (timer->modes == 0) {
-    BRRetain(timer);
-    loop->insert(timer);
-  }
-  timer->modes |= mask;
-  loop->wake();
   return true;
 }
 
-bool BRRunLoopContainsTimer(BRRunLoopRef loop, BRRunLoopTimerRef timer, BRStringRef mode) {
-  if (!loop || !timer || !mode || timer->loop.load(std::memory_order_acquire) != loop) return false;
+bool BRRunLoopContainsTimer(BRRunLoopRef loop, BRRunLoopTimerRef timer, BRStringRef name) {
+  if (!loop || !timer || !name || timer->loop.load(std::memory_order_acquire) != loop) return false;
   std::lock_guard guard(loop->lock);
-  return (timer->modes & loop->findMode(mode)) != 0;
+  const TimerMembership* membership = timer->memberships;
+  while (membership && !BREqual(membership->mode->name.get(), name)) membership = membership->next;
+  return membership;
 }
 
-void BRRunLoopRemoveTimer(BRRunLoopRef loop, BRRunLoopTimerRef timer, BRStringRef mode) {
-  if (!loop || !timer || !mode || timer->loop.load(std::memory_order_acquire) != loop) return;
+void BRRunLoopRemoveTimer(BRRunLoopRef loop, BRRunLoopTimerRef timer, BRStringRef name) {
+  if (!loop || !timer || !name || timer->loop.load(std::memory_order_acquire) != loop) return;
   std::unique_lock held(loop->lock);
-  const ModeMask mask = timer->modes & loop->findMode(mode);
-  if (mask == 0) return;
-  timer->modes &= ~mask;
-  loop->wake();
-  if (timer->modes != 0) return;
-  loop->unlink(timer);
+  TimerMembership** link = &timer->memberships;
+  while (*link && !BREqual((*link)->mode->name.get(), name)) link = &(*link)->next;
+  if (!*link) return;
+  loop->leave(timer, link);
+  loop->timersChanged();
+  const bool wasLast = !timer->memberships;
   held.unlock();
-  BRRelease(timer);
-}
-
-BRRunLoopTimerRef BRRunLoopTimerCreate(BRAllocatorRef allocator, BRAbsoluteTime fireDate,
-                                       BRRunLoopTimerCallback callback,
-                                       const BRRunLoopTimerContext* context) {
-  if (!callback || (context && context->version != 0)) return nullptr;
-  auto* timer = br::create<BRRunLoopTimer>(allocator, 0, fireDate, callback,
-                                           context ? *context : BRRunLoopTimerContext{});
-  if (timer && timer->context.retain)
-    timer->context.info = const_cast<void*>(timer->context.retain(context->info));
-  return timer;
-}
-
-void BRRunLoopTimerInvalidate(BRRunLoopTimerRef timer) {
-  if (!timer) return;
-  std::unique_lock held = timer->lockState();
-  if (!timer->isValid) return;  // one that is firing lets go of its info afterwards
-  timer->isValid = false;
-  const bool releasesInfo = timer->takeInfo();
-  const bool isListed = timer->modes != 0;
-  if (isListed) {
-    BRRunLoopRef loop = timer->loop.load(std::memory_order_relaxed);
-    timer->modes = 0;
-    loop->unlink(timer);
-    loop->wake();
-  }
-  held.unlock();
-  if (releasesInfo) timer->context.release(timer->context.info);
-  if (isListed) BRRelease(timer);
-}
-
-bool BRRunLoopTimerIsValid(BRRunLoopTimerRef timer) {
-  if (!timer) return false;
-  auto held = timer->lockState();
-  return timer->isValid;
-}
-
-BRAbsoluteTime BRRunLoopTimerGetNextFireDate(BRRunLoopTimerRef timer) {
-  if (!timer) return 0;
-  auto held = timer->lockState();
-  return timer->fireDate;
-}
-
-void BRRunLoopTimerSetNextFireDate(BRRunLoopTimerRef timer, BRAbsoluteTime fireDate) {
-  if (!timer) return;
-  auto held = timer->lockState();
-  if (!timer->isValid) return;
-  timer->setFireDate(fireDate);
-  if (timer->modes == 0) return;
-  BRRunLoopRef loop = timer->loop.load(std::memory_order_relaxed);
-  loop->unlink(timer);
-  loop->insert(timer);
-  loop->wake();
+  if (wasLast) BRRelease(timer);
 }
