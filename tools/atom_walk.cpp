@@ -70,7 +70,8 @@ bool AtomWalk::step() {
 
 // A level is opened on its parent's cursor where that stands on the whole atom. Else it is opened on the byte
 // stream: the end of a truncated one is not its parent's, and only the file's last atom may leave its size
-// open, which a cursor would hand down.
+// open, which a cursor would hand down. What stands in a small atom at the top, as in each fragment of a
+// movie, is read at once; its levels are then walked in memory.
 PVStatus AtomWalk::advance(Level& level) {
   if (level.opened) return KivAtomStreamAdvanceToNextAtom(&level.stream);
   PVStatus status;
@@ -79,6 +80,9 @@ PVStatus AtomWalk::advance(Level& level) {
     int64_t dataOffset = 0;
     KivAtomStreamGetCurrentAtomDataGlobalOffset(&parent, 0, &dataOffset);
     status = KivAtomStreamInitWithParent(&parent, level.start - dataOffset, &level.stream);
+  } else if (levels_.size() == 2 && readBlock(level)) {
+    status = KivAtomStreamInitWithMemoryBlock(block_.data(), static_cast<size_t>(level.end - level.start),
+                                              level.start, 0, &level.stream);
   } else {
     const uint32_t flags = levels_.size() == 1 ? kKivAtomStreamFlag_AllowZeroSize : 0;
     status = KivAtomStreamInitWithByteStreamWithSize(file_, level.start, level.end - level.start, flags,
@@ -86,6 +90,16 @@ PVStatus AtomWalk::advance(Level& level) {
   }
   level.opened = status == kPVStatus_Success;
   return status;
+}
+
+// Reads a level that is small enough; deeper levels of this one may stand on the block.
+bool AtomWalk::readBlock(const Level& level) {
+  const int64_t length = level.end - level.start;
+  if (length > static_cast<int64_t>(block_.size())) return false;
+  size_t count = 0;
+  return KivByteStreamRead(file_, level.start, static_cast<size_t>(length), block_.data(), &count) ==
+             kPVStatus_Success &&
+         count == static_cast<size_t>(length);
 }
 
 // stream is null for a truncated atom; cut is then what to report of it, if anything.

@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "atom_type.hpp"
@@ -33,16 +32,19 @@ class TypeCounts {
  public:
   uint32_t& operator[](PVFourCharCode type) {
     for (size_t i = 0; i < fewCount_; ++i)
-      if (few_[i].first == type) return few_[i].second;
-    if (fewCount_ == few_.size()) return many_[type];
-    few_[fewCount_] = {type, 0};
-    return few_[fewCount_++].second;
+      if (types_[i] == type) return counts_[i];
+    if (fewCount_ == kFew) return many_[type];
+    types_[fewCount_] = type;
+    return counts_[fewCount_++] = 0;
   }
   bool isEmpty() const { return fewCount_ == 0; }
 
  private:
-  std::array<std::pair<PVFourCharCode, uint32_t>, 8> few_;
+  static constexpr size_t kFew = 8;
+
   size_t fewCount_ = 0;
+  std::array<PVFourCharCode, kFew> types_;
+  std::array<uint32_t, kFew> counts_;
   std::unordered_map<PVFourCharCode, uint32_t> many_;  // the others
 };
 
@@ -98,6 +100,7 @@ class AtomWalk {
 
   bool step();
   PVStatus advance(Level& level);
+  bool readBlock(const Level& level);
   bool begin(Atom& atom, const KivAtomStream* stream, std::optional<Damage> cut);
   void enter(int64_t start, int64_t end, bool cutOff, std::optional<Damage> cut);
   void leave();
@@ -115,6 +118,7 @@ class AtomWalk {
   KivByteStreamRef file_;
   int64_t fileSize_;
   AtomVisitor& visitor_;
+  std::vector<uint8_t> block_ = std::vector<uint8_t>(size_t{16} << 10);  // a level of the second depth
   std::vector<Level> levels_;
   std::vector<PVFourCharCode> types_;
 };

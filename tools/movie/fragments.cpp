@@ -123,8 +123,7 @@ std::optional<Fault> Fragments::readRun(const KivAtomStream* stream, std::span<M
       }))
     return fault;
   const uint32_t flags = fields.flags();
-  FragmentRun run{.entries = track.runEntries.size(),
-                  .count = fields.u32(0),
+  FragmentRun run{.count = fields.u32(0),
                   .fields = flags & kEntryFields,
                   .duration = current_.duration,
                   .size = current_.size,
@@ -149,12 +148,11 @@ std::optional<Fault> Fragments::readRun(const KivAtomStream* stream, std::span<M
   if (run.count == 0) return fault;
   const size_t bytes = run.count * run.entryBytes();
   if (bytes > 0) {
-    track.runEntries.resize(run.entries + bytes);
-    if (PVStatus status = KivAtomStreamReadCurrentAtomData(stream, static_cast<int64_t>(begin), bytes,
-                                                           &track.runEntries[run.entries])) {
-      track.runEntries.resize(run.entries);
+    uint8_t* entries = track.runEntries.room(bytes);
+    if (PVStatus status =
+            KivAtomStreamReadCurrentAtomData(stream, static_cast<int64_t>(begin), bytes, entries))
       return Fault{status, "its data could not be read"};
-    }
+    run.entries = entries;
   } else {
     bytesLeft -= int64_t{run.count} * std::max<uint32_t>(run.size, 1);
   }
@@ -164,7 +162,7 @@ std::optional<Fault> Fragments::readRun(const KivAtomStream* stream, std::span<M
 
 // Where the run is, in time and in the file, and what follows from it for the next one.
 std::optional<Fault> Fragments::place(FragmentRun& run, const AtomFields& fields, MovieTrack& track) {
-  const uint8_t* entries = track.runEntries.data() + run.entries;
+  const uint8_t* entries = run.entries;
   const bool durations = run.fields & FragmentRun::kDurations;
   const uint64_t duration =
       durations ? sumOf(entries, run.count, run.entryBytes()) : uint64_t{run.duration} * run.count;
@@ -173,10 +171,8 @@ std::optional<Fault> Fragments::place(FragmentRun& run, const AtomFields& fields
                             : uint64_t{run.size} * run.count;
   int64_t& time = endTimeOf(*track_, track);
   run.decode = time;
-  if (duration > static_cast<uint64_t>(SampleTables::kLargestTime - time)) {
-    track.runEntries.resize(run.entries);
+  if (duration > static_cast<uint64_t>(SampleTables::kLargestTime - time))
     return Fault{kMalformed, "its times are too large"};
-  }
   time += static_cast<int64_t>(duration);
 
   run.offset = dataEnd_;
@@ -188,6 +184,7 @@ std::optional<Fault> Fragments::place(FragmentRun& run, const AtomFields& fields
   if (run.offset < 0 || size > INT64_MAX ||
       __builtin_add_overflow(run.offset, static_cast<int64_t>(size), &dataEnd_))
     dataEnd_ = MovieSample::kNowhere;
+  track.runEntries.keep(run.count * run.entryBytes());
   track.runs.push_back(run);
   if (dataEnd_ >= 0 && dataEnd_ <= fileSize_) return std::nullopt;
   if (run.offset < 0)

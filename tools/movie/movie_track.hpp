@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "sample_tables.hpp"
@@ -31,9 +32,9 @@ struct MovieSample {
 struct FragmentRun {
   enum : uint32_t { kDurations = 0x100, kSizes = 0x200, kFlags = 0x400, kOffsets = 0x800 };  // of an entry
 
-  int64_t decode = 0;  // of the first sample
-  int64_t offset = 0;  // of its bytes, or MovieSample::kNowhere
-  size_t entries = 0;  // where they begin in MovieTrack::runEntries
+  int64_t decode = 0;                // of the first sample
+  int64_t offset = 0;                // of its bytes, or MovieSample::kNowhere
+  const uint8_t* entries = nullptr;  // in MovieTrack::runEntries
   uint32_t count = 0;
   uint32_t fields = 0;                         // which of the above
   uint32_t duration = 0, size = 0, flags = 0;  // of samples whose entry does not say it
@@ -43,6 +44,31 @@ struct FragmentRun {
   size_t entryBytes() const {
     return 4 * ((fields >> 8 & 1) + (fields >> 9 & 1) + (fields >> 10 & 1) + (fields >> 11 & 1));
   }
+};
+
+// Bytes that stay where they are while more come.
+class EntryStore {
+ public:
+  // Room for count bytes, which keep may then take.
+  uint8_t* room(size_t count) {
+    if (count > left_) {
+      left_ = count > kBlock ? count : kBlock;
+      blocks_.push_back(std::make_unique_for_overwrite<uint8_t[]>(left_));
+      next_ = blocks_.back().get();
+    }
+    return next_;
+  }
+  void keep(size_t count) {
+    next_ += count;
+    left_ -= count;
+  }
+
+ private:
+  static constexpr size_t kBlock = size_t{64} << 10;
+
+  std::vector<std::unique_ptr<uint8_t[]>> blocks_;
+  uint8_t* next_ = nullptr;
+  size_t left_ = 0;
 };
 
 struct MovieTrack {
@@ -56,7 +82,7 @@ struct MovieTrack {
   bool inChunks = false;
   std::vector<Packing> packings;  // by description from 1
   std::vector<FragmentRun> runs;
-  std::vector<uint8_t> runEntries;  // as they stand in the file
+  EntryStore runEntries;  // as they stand in the file
 
   // In QuickTime files a size of 1 in the tables leaves it to the description how large samples are.
   Packing packingOf(uint32_t description) const {

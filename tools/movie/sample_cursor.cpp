@@ -21,12 +21,18 @@ SampleDependencies dependenciesOf(uint32_t bits) {
 
 }  // namespace
 
+SampleCursor::SampleCursor(const MovieTrack& track) : track_(&track), tableCount_(track.tables.sampleCount) {
+  const SampleTables& tables = track.tables;
+  if (!tables.constantSize && tables.sizeBits == 32) sizes_ = tables.sizes.bytes();
+  if (tables.dependencies.count() >= tableCount_) dependencies_ = tables.dependencies.bytes();
+  if (tables.syncs.isPresent() && !tables.syncs.isUnreadable()) openSync();
+}
+
 void SampleCursor::openChunk() {
   const SampleTables& tables = track_->tables;
   const uint64_t chunk = nextChunk_++;
   const Table& runs = tables.chunkRuns;
-  // a table that begins its next run at this chunk
-  while (nextChunkRun_ < runs.count() && runs.word(nextChunkRun_, 12) == chunk + 1) {
+  if (nextChunkRun_ < runs.count() && runs.word(nextChunkRun_, 12) == chunk + 1) {
     samplesPerChunk_ = runs.word(nextChunkRun_, 12, 4);
     description_ = runs.word(nextChunkRun_++, 12, 8);
   }
@@ -36,58 +42,54 @@ void SampleCursor::openChunk() {
   offset_ = offset > INT64_MAX ? MovieSample::kNowhere : static_cast<int64_t>(offset);
 }
 
-int64_t SampleCursor::sizeInTables() const {
+void SampleCursor::openTimes() {
+  timesLeft_ = track_->tables.times.word(nextTime_, 8);
+  duration_ = track_->tables.times.word(nextTime_++, 8, 4);
+}
+
+void SampleCursor::openOffsets() {
+  const Table& offsets = track_->tables.offsets;
+  const bool any = nextOffset_ < offsets.count();
+  offsetsLeft_ = any ? offsets.word(nextOffset_, 8) : UINT64_MAX;
+  compositionOffset_ = any ? static_cast<int32_t>(offsets.word(nextOffset_++, 8, 4)) : 0;
+}
+
+void SampleCursor::openSync() {
+  const Table& syncs = track_->tables.syncs;
+  syncAt_ = nextSync_ < syncs.count() ? syncs.word(nextSync_++, 4) - 1 : UINT64_MAX;
+}
+
+uint32_t SampleCursor::unusualSize() const {
   const SampleTables& tables = track_->tables;
   if (tables.constantSize) return tables.constantSize;
   const uint8_t* bytes = tables.sizes.bytes();
-  switch (tables.sizeBits) {
-    case 4:
-      return index_ % 2 ? bytes[index_ / 2] & 15 : bytes[index_ / 2] >> 4;
-    case 8:
-      return bytes[index_];
-    case 16:
-      return bigEndian16(bytes + 2 * index_);
-    default:
-      return bigEndian32(bytes + 4 * index_);
-  }
+  if (tables.sizeBits == 16) return bigEndian16(bytes + 2 * index_);
+  if (tables.sizeBits == 8) return bytes[index_];
+  return index_ % 2 ? bytes[index_ / 2] & 15 : bytes[index_ / 2] >> 4;
 }
 
 bool SampleCursor::nextOfTables(MovieSample& sample) {
-  const SampleTables& tables = track_->tables;
   while (chunkLeft_ == 0) openChunk();
   sample.index = index_;
-  sample.decode = sample.composition = decode_;
   sample.offset = offset_;
   sample.description = description_;
-  sample.sync = true;
-  sample.dependencies = {};
+  sample.decode = decode_;
   if (track_->inChunks) {
     takeChunk(sample);
     return true;
   }
-  while (timesLeft_ == 0) {
-    timesLeft_ = tables.times.word(nextTime_, 8);
-    duration_ = tables.times.word(nextTime_++, 8, 4);
-  }
-  while (offsetsLeft_ == 0 && nextOffset_ < tables.offsets.count()) {
-    offsetsLeft_ = tables.offsets.word(nextOffset_, 8);
-    compositionOffset_ = static_cast<int32_t>(tables.offsets.word(nextOffset_++, 8, 4));
-  }
-  if (offsetsLeft_ > 0) {
-    --offsetsLeft_;
-    sample.composition += compositionOffset_;
-  }
-  if (tables.syncs.isPresent() && !tables.syncs.isUnreadable()) {
-    sample.sync = nextSync_ < tables.syncs.count() && tables.syncs.word(nextSync_, 4) == index_ + 1;
-    if (sample.sync) ++nextSync_;
-  }
-  if (index_ < tables.dependencies.count())
-    sample.dependencies = dependenciesOf(tables.dependencies.bytes()[index_]);
+  while (timesLeft_ == 0) openTimes();
+  while (offsetsLeft_ == 0) openOffsets();
   sample.count = 1;
+  sample.composition = decode_ + compositionOffset_;
   sample.duration = duration_;
-  sample.size = sizeInTables();
+  sample.size = sizes_ ? bigEndian32(sizes_ + 4 * index_) : unusualSize();
+  sample.sync = index_ >= syncAt_;
+  if (index_ == syncAt_ && nextSync_ > 0) openSync();
+  sample.dependencies = dependencies_ ? dependenciesOf(dependencies_[index_]) : SampleDependencies{};
   offset_ = advanced(offset_, sample.size);
   decode_ += duration_;
+  --offsetsLeft_;
   --timesLeft_;
   --chunkLeft_;
   ++index_;
@@ -96,6 +98,9 @@ bool SampleCursor::nextOfTables(MovieSample& sample) {
 
 void SampleCursor::takeChunk(MovieSample& sample) {
   const MovieTrack::Packing packing = track_->packingOf(description_);
+  sample.composition = decode_;
+  sample.sync = true;
+  sample.dependencies = {};
   sample.count = std::min(chunkLeft_, track_->tables.sampleCount - index_);
   sample.duration = static_cast<int64_t>(sample.count);
   const uint64_t bytes = sample.count * packing.bytes / packing.samples;
@@ -112,7 +117,7 @@ bool SampleCursor::nextOfRuns(MovieSample& sample) {
     decode_ = run.decode;
     offset_ = run.offset;
   }
-  const uint8_t* at = track_->runEntries.data() + run.entries + inRun_ * run.entryBytes();
+  const uint8_t* at = run.entries + inRun_ * run.entryBytes();
   const auto field = [&](uint32_t bit, uint32_t otherwise) {
     if ((run.fields & bit) == 0) return otherwise;
     at += 4;

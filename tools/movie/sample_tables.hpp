@@ -14,8 +14,8 @@
 // side.
 //
 // Of tables that disagree as many samples are believed as all of them have: entries of sizes, times and
-// chunks. Composition offsets that run out are 0 from there on, as without a table; dependencies are unknown.
-// Composition offsets are signed in both versions, since version 0 is written that way, too.
+// chunks. Composition offsets that run out are 0 from there on, as without a table; too few dependencies
+// count for none. Composition offsets are signed in both versions, since version 0 is written that way, too.
 class SampleTables {
  public:
   // Media times from -kLargestTime to kLargestTime leave room for sums of a few of them.
