@@ -43,6 +43,8 @@ AIMS = {
     ("BufferQueue", "Peer:GAsyncQueue"): 0.8,
     ("SPSParseH264", "Peer:gst_h264_parse_sps"): 0.4,
     ("SPSParseHEVC", "Peer:gst_h265_parse_sps"): 0.4,
+    ("MovieOpenPlain", "Peer:avformat_open_input"): 0.2,
+    ("MovieOpenFragments", "Peer:avformat_open_input"): 0.1,
 }
 
 
