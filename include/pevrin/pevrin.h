@@ -9,6 +9,7 @@
 #include <pevrin/base_object.h>
 #include <pevrin/block_buffer.h>
 #include <pevrin/buffer_queue.h>
+#include <pevrin/clock.h>
 #include <pevrin/closed_caption_description.h>
 #include <pevrin/format_description.h>
 #include <pevrin/handler.h>
@@ -22,6 +23,7 @@
 #include <pevrin/sample_description.h>
 #include <pevrin/simple_queue.h>
 #include <pevrin/sound_description.h>
+#include <pevrin/sync.h>
 #include <pevrin/text_description.h>
 #include <pevrin/text_format_description.h>
 #include <pevrin/time.h>
