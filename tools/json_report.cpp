@@ -175,6 +175,10 @@ class JsonReport final : public Report {
       if (sample.count > 1) output_.print(R"(,"count":{})", sample.count);
       if (sample.hidden) output_.write(R"(,"hidden":true)");
       if (sample.missing) output_.write(R"(,"missing":true)");
+      if (sample.dependsOnOthers) output_.print(R"(,"dependsOnOthers":{})", *sample.dependsOnOthers);
+      if (sample.isDependedOnByOthers)
+        output_.print(R"(,"isDependedOnByOthers":{})", *sample.isDependedOnByOthers);
+      if (sample.hasRedundantCoding) output_.print(R"(,"hasRedundantCoding":{})", *sample.hasRedundantCoding);
       output_.write("}");
     });
     output_.print(R"(],"queueDuration":{})", timeOrNull(longest));

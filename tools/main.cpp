@@ -91,8 +91,10 @@ they are shown. In JSON a track then has also
                timescale}, exact and on the movie's timeline; offset is that in the
                file; sync is true where decoding can begin. What else there is has a
                key: count, when the line is a whole chunk of that many samples of
-               uncompressed sound, hidden: true when no edit shows the sample, and
-               missing: true when the file does not have all its bytes
+               uncompressed sound; hidden: true when no edit shows the sample;
+               missing: true when the file does not have all its bytes; and as far as
+               the file tells, dependsOnOthers, isDependedOnByOthers and
+               hasRedundantCoding, each true or false
   queueDuration
                how much at most waits in a queue that takes the samples in decoding
                order and gives each out as soon as none that is shown earlier can come

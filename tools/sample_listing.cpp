@@ -82,7 +82,10 @@ void SampleListing::useHead(Track& track, PVBufferQueueRef queue, const Use& use
        .offset = known.place.offset,
        .sync = !isAttached(head, kPVSampleAttachmentKey_NotSync),
        .hidden = isAttached(head, kPVSampleAttachmentKey_DoNotDisplay),
-       .missing = known.missing});
+       .missing = known.missing,
+       .dependsOnOthers = answerAttached(head, kPVSampleAttachmentKey_DependsOnOthers),
+       .isDependedOnByOthers = answerAttached(head, kPVSampleAttachmentKey_IsDependedOnByOthers),
+       .hasRedundantCoding = answerAttached(head, kPVSampleAttachmentKey_HasRedundantCoding)});
   track.waiting.erase(waiting);
 }
 

@@ -8,6 +8,7 @@
 #include <bedra/ref.hpp>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -27,6 +28,7 @@ struct ListedSample {
   bool sync = true;
   bool hidden = false;   // no edit shows it
   bool missing = false;  // its bytes are not all in the file
+  std::optional<bool> dependsOnOthers, isDependedOnByOthers, hasRedundantCoding;  // where the file tells
 };
 
 class SampleListing {

@@ -112,10 +112,14 @@ PVStatus TrackSamples::createShown(const MovieSample& place, PVSampleBufferRef* 
   return status;
 }
 
-// Whether the first sample's dictionary says yes.
-bool isAttached(PVSampleBufferRef buffer, BRStringRef key) {
+std::optional<bool> answerAttached(PVSampleBufferRef buffer, BRStringRef key) {
   BRArrayRef array = PVSampleBufferGetSampleAttachmentsArray(buffer, false);
-  if (!array) return false;
+  if (!array) return std::nullopt;
   auto* attachments = static_cast<BRDictionaryRef>(BRArrayGetValueAtIndex(array, 0));
-  return BRDictionaryGetValue(attachments, key) == kBRBooleanTrue;
+  const void* value = BRDictionaryGetValue(attachments, key);
+  return value ? std::optional(value == kBRBooleanTrue) : std::nullopt;
+}
+
+bool isAttached(PVSampleBufferRef buffer, BRStringRef key) {
+  return answerAttached(buffer, key).value_or(false);
 }

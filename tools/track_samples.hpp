@@ -5,6 +5,7 @@
 #include <pevrin/sample_buffer.h>
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -47,5 +48,6 @@ class TrackSamples {
   int64_t mediaLength_;
 };
 
-// Whether the first sample's dictionary says yes.
+// What the first sample's dictionary says, if it does; and whether it says yes.
+std::optional<bool> answerAttached(PVSampleBufferRef buffer, BRStringRef key);
 bool isAttached(PVSampleBufferRef buffer, BRStringRef key);

@@ -204,6 +204,21 @@ class Listing(CommandTest):
         plain = pevrin("inspect", "--json", os.path.join(self.folder, "movie.mp4")).json["tracks"][0]
         self.assertEqual({**plain, "samples": 0, "queueDuration": 0}, {**track, "samples": 0, "queueDuration": 0})
 
+    def test_dependencies_of_tables_and_fragments(self):
+        """Bits of a sample, from the top: leading, depends on others, is depended on, redundant coding."""
+        bits = [0, 0x14, 0x28, 0x21, 0x02]
+        keys = ("dependsOnOthers", "isDependedOnByOthers", "hasRedundantCoding")
+        answers = [{key: pair == 1 for key, pair in zip(keys, (b >> 4 & 3, b >> 2 & 3, b & 3)) if pair} for b in bits]
+        count = len(bits)
+        stored = tables((1, count, 10), (1, 1, count, 1), (1, count), (1, 0), full("sdtp", 0, bytes(bits)))
+        flags = full("trun", 0, words(count, *(b << 20 for b in bits)), flags=0x400)
+        trex = atom("mvex", full("trex", 0, words(1, 1, 10, 1, 0)))
+        movie = tables((0,), (0,), (0, 0), (0,))
+        movie = words(len(movie) + len(trex)) + movie[4:] + trex
+        for data in (stored, movie + atom("moof", atom("traf", full("tfhd", 0, words(1)), flags))):
+            track, _ = self.samples_of(data)
+            self.assertEqual([{key: s[key] for key in keys if key in s} for s in track["samples"]], answers)
+
     def test_text_and_json_agree(self):
         for name in ("pyramid.mp4", "picture-and-pcm.mov"):
             path = media.path_of(name)
