@@ -10,8 +10,8 @@
  * with both sides. Either side may ask for the debug description, any thread for capacity and count; retain and release
  * are always safe.
  *
- * A consumer that goes to sleep when the queue is empty needs a semaphore or the like beside it: the queue wakes nobody,
- * and enqueueing is no full memory fence.
+ * A consumer that goes to sleep when the queue is empty needs a semaphore or the like beside it: the queue wakes
+ * nobody, and enqueueing is no full memory fence.
  *
  *   // producer                                              // consumer
  *   while (PVSimpleQueueEnqueue(queue, frame) ==             const void *frame;
@@ -20,6 +20,8 @@
 #ifndef PEVRIN_SIMPLE_QUEUE_H
 #define PEVRIN_SIMPLE_QUEUE_H
 
+#include <kiv/error.h>
+#include <kiv/simple_queue_ring.h>
 #include <pevrin/base.h>
 
 PV_BEGIN_DECLS
@@ -47,8 +49,8 @@ PV_EXPORT BRTypeID PVSimpleQueueGetTypeID(void);
 PV_EXPORT PVStatus PVSimpleQueueCreate(BRAllocatorRef allocator, int32_t capacity, PVSimpleQueueRef *queueOut);
 
 /* Puts an element behind the others. The producer's.
- * RequiredParameterMissing: queue or element is NULL. QueueIsFull: the element stays outside; it has room again once the
- * consumer has dequeued one. */
+ * RequiredParameterMissing: queue or element is NULL. QueueIsFull: the element stays outside; there is room again once
+ * the consumer has dequeued one. */
 PV_EXPORT PVStatus PVSimpleQueueEnqueue(PVSimpleQueueRef queue, const void *element);
 
 /* Takes the oldest element out; NULL when the queue is empty. The consumer's.
@@ -69,6 +71,25 @@ PV_EXPORT int32_t PVSimpleQueueGetCapacity(PVSimpleQueueRef queue);
  * there are, and asked by the consumer, no more. From a third thread it is an estimate between 0 and the capacity. A
  * NULL queue signals RequiredParameterMissing and has 0. */
 PV_EXPORT int32_t PVSimpleQueueGetCount(PVSimpleQueueRef queue);
+
+#ifndef PV_SIMPLE_QUEUE_NO_INLINES
+/* The same functions for the compiler to put in place; their addresses, and calls that are not inlined, are the
+ * library's. */
+extern inline __attribute__((gnu_inline)) PVStatus PVSimpleQueueEnqueue(PVSimpleQueueRef queue, const void *element) {
+  PVStatus status = kPVSimpleQueueError_RequiredParameterMissing;
+  if (queue && element) {
+    if (KivSimpleQueueRingPut((KivSimpleQueueRing *)((char *)queue + kBRObjectHeaderBytes), element)) return 0;
+    status = kPVSimpleQueueError_QueueIsFull;
+  }
+  return KivSignalErrorAt(status, __FILE__, __LINE__, __func__);
+}
+
+extern inline __attribute__((gnu_inline)) const void *PVSimpleQueueDequeue(PVSimpleQueueRef queue) {
+  if (queue) return KivSimpleQueueRingTake((KivSimpleQueueRing *)((char *)queue + kBRObjectHeaderBytes));
+  KivSignalErrorAt(kPVSimpleQueueError_RequiredParameterMissing, __FILE__, __LINE__, __func__);
+  return NULL;
+}
+#endif
 
 PV_END_DECLS
 
