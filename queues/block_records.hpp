@@ -104,7 +104,8 @@ class BlockTable {
 };
 
 // The waiting blocks in order of release. The last released of each size also stands in a table by size and
-// leads those of its size: what a search from the newest on would find is found at once.
+// leads those of its size: what a search from the newest on would find is found at once. The newest of all is
+// entered there when the next one comes, since mostly it is taken before.
 template <class Memory>
 class WaitingBlocks {
  public:
@@ -115,50 +116,55 @@ class WaitingBlocks {
   BlockRecord* oldest() const { return oldest_; }
 
   void add(BlockRecord* record) {
-    record->newer = record->newerOfSize = nullptr;
+    if (newest_ && !isNewestEntered_) enter(newest_);
+    isNewestEntered_ = false;
+    record->newer = nullptr;
     record->older = newest_;
     (newest_ ? newest_->newer : oldest_) = record;
     newest_ = record;
     ++count_;
-
-    BlockRecord** link = bySize_.find(record->sizeBytes, sizeOf);
-    record->olderOfSize = *link;
-    if (!*link) return bySize_.insert(record, sizeOf);
-    (*link)->newerOfSize = record;
-    bySize_.replace(link, record);
   }
   // Takes out the last released block of exactly the size; null when there is none.
   BlockRecord* take(size_t sizeBytes) {
-    BlockRecord** link = bySize_.find(sizeBytes, sizeOf);
-    BlockRecord* record = *link;
-    if (record) unlink(record, link);
+    const bool isNewest = newest_ && newest_->sizeBytes == sizeBytes;
+    BlockRecord* record = isNewest ? newest_ : *bySize_.find(sizeBytes, sizeOf);
+    if (record) remove(record);
     return record;
   }
   void remove(BlockRecord* record) {
-    unlink(record, record->newerOfSize ? nullptr : bySize_.find(record->sizeBytes, sizeOf));
+    if (record != newest_ || isNewestEntered_) leave(record);
+    if (record == newest_) isNewestEntered_ = true;  // as all older ones are
+    (record->newer ? record->newer->older : newest_) = record->older;
+    (record->older ? record->older->newer : oldest_) = record->newer;
+    --count_;
   }
 
  private:
   static uint64_t sizeOf(const BlockRecord& record) { return record.sizeBytes; }
 
-  // leader is the link in the table when the record leads its size.
-  void unlink(BlockRecord* record, BlockRecord** leader) {
-    (record->newer ? record->newer->older : newest_) = record->older;
-    (record->older ? record->older->newer : oldest_) = record->newer;
-    --count_;
-
+  // As the leader of its size.
+  void enter(BlockRecord* record) {
+    BlockRecord** link = bySize_.find(record->sizeBytes, sizeOf);
+    record->newerOfSize = nullptr;
+    record->olderOfSize = *link;
+    if (!*link) return bySize_.insert(record, sizeOf);
+    (*link)->newerOfSize = record;
+    bySize_.replace(link, record);
+  }
+  void leave(BlockRecord* record) {
     BlockRecord* next = record->olderOfSize;
     if (next) next->newerOfSize = record->newerOfSize;
-    if (!leader)
+    if (record->newerOfSize) {
       record->newerOfSize->olderOfSize = next;
-    else if (next)
-      bySize_.replace(leader, next);
-    else
-      bySize_.remove(leader);
+      return;
+    }
+    BlockRecord** link = bySize_.find(record->sizeBytes, sizeOf);
+    next ? bySize_.replace(link, next) : void(bySize_.remove(link));
   }
 
   BlockRecord* newest_ = nullptr;
   BlockRecord* oldest_ = nullptr;
+  bool isNewestEntered_ = true;
   size_t count_ = 0;
   BlockTable<Memory> bySize_;
 };

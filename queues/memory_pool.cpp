@@ -15,7 +15,6 @@
 #include <bedra/object.hpp>
 #include <bedra/ref.hpp>
 #include <cstring>
-#include <mutex>
 
 #include "queues/recycler.hpp"
 #include "runtime/error.hpp"
@@ -52,71 +51,52 @@ class HostSystem {
 
 using Recycler = pv::Recycler<HostSystem>;
 
-class PoolState {
+struct PoolState {
+  explicit PoolState(int64_t ageOutNs) : recycler(system, ageOutNs) {}
+
+  // After the pool has gone: a reference to drop when the lock has been left, or null.
+  BRAllocatorRef keepAllocatorWhileInUse() {
+    const bool isInUse = recycler.inUse().count() != 0;
+    if (isInUse && !keptAllocator) keptAllocator = Allocator::retain(allocator);
+    return isInUse ? nullptr : keptAllocator.detach();
+  }
+
+  HostSystem system;
+  pv::ReentrantMutex mutex;
+  Recycler recycler;
+  BRAllocatorRef allocator = nullptr;  // owns this
+  bool hasPool = true;
+  Allocator keptAllocator;
+};
+
+// Holds the lock for as long as it lives. At its end the state may go.
+class Turn {
  public:
-  explicit PoolState(int64_t ageOutNs) : recycler_(system_, ageOutNs) {}
-
-  void setAllocator(BRAllocatorRef allocator) { allocator_ = allocator; }
-
-  // Calls use(recycler) under the lock. Nothing of the state is touched after the lock is left: by then it
-  // may have gone.
-  template <class Use>
-  auto with(Use use) {
-    Allocator dropped;
-    std::lock_guard guard(mutex_);
-    Finally settling{*this, dropped};
-    return use(recycler_);
+  explicit Turn(PoolState& state) : state_(state) { state.mutex.lock(); }
+  ~Turn() {
+    BRAllocatorRef dropped = state_.hasPool ? nullptr : state_.keepAllocatorWhileInUse();
+    state_.mutex.unlock();
+    if (dropped) BRRelease(dropped);
   }
-  void poolGoes() {
-    Allocator dropped;
-    std::lock_guard guard(mutex_);
-    Finally settling{*this, dropped};
-    recycler_.invalidate();
-    hasPool_ = false;
-  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+  Recycler* operator->() { return &state_.recycler; }
 
  private:
-  struct Finally {
-    PoolState& state;
-    Allocator& dropped;
-    ~Finally() {
-      if (!state.hasPool_) state.keepAllocatorWhileInUse(dropped);
-    }
-  };
-
-  // What is dropped is released when the lock has been left.
-  void keepAllocatorWhileInUse(Allocator& dropped) {
-    const bool isInUse = recycler_.inUse().count() != 0;
-    if (isInUse && !keptAllocator_) keptAllocator_ = Allocator::retain(allocator_);
-    if (!isInUse) dropped = std::move(keptAllocator_);
-  }
-
-  HostSystem system_;
-  pv::ReentrantMutex mutex_;
-  Recycler recycler_;
-  BRAllocatorRef allocator_ = nullptr;  // owns this
-  bool hasPool_ = true;
-  Allocator keptAllocator_;
+  PoolState& state_;
 };
 
 PoolState& stateOf(void* info) { return *static_cast<PoolState*>(info); }
 
-void* allocate(size_t sizeBytes, void* info) {
-  return stateOf(info).with([=](Recycler& recycler) { return recycler.allocate(sizeBytes); });
-}
+void* allocate(size_t sizeBytes, void* info) { return Turn(stateOf(info))->allocate(sizeBytes); }
 
-void deallocate(void* address, void* info) {
-  stateOf(info).with([=](Recycler& recycler) { recycler.deallocate(address); });
-}
+void deallocate(void* address, void* info) { Turn(stateOf(info))->deallocate(address); }
 
 // The lock is left for the copy: until it is freed the old block is the caller's, the new one is nobody
 // else's.
 void* reallocate(void* address, size_t newSizeBytes, void* info) {
-  size_t oldSizeBytes = 0;
-  void* moved = stateOf(info).with([&](Recycler& recycler) -> void* {
-    oldSizeBytes = recycler.sizeOf(address);
-    return oldSizeBytes ? recycler.allocate(newSizeBytes) : nullptr;
-  });
+  const size_t oldSizeBytes = Turn(stateOf(info))->sizeOf(address);
+  void* moved = oldSizeBytes ? allocate(newSizeBytes, info) : nullptr;
   if (!moved) return nullptr;
   memcpy(moved, address, std::min(oldSizeBytes, newSizeBytes));
   deallocate(address, info);
@@ -159,7 +139,10 @@ struct PVMemoryPool : BRObject {
 
   PVMemoryPool() = default;
   ~PVMemoryPool() {
-    if (state) state->poolGoes();
+    if (!state) return;
+    Turn turn(*state);
+    turn->invalidate();
+    state->hasPool = false;
   }
   BRStringRef copyDescription() const {
     return BRStringCreateWithFormat(nullptr, "[KivMemoryPool %p]", static_cast<const void*>(this));
@@ -193,7 +176,7 @@ PVMemoryPoolRef PVMemoryPoolCreate(BRDictionaryRef options) {
     signalError(kPVStatus_OutOfMemory);
     return nullptr;
   }
-  state->setAllocator(pool->allocator.get());
+  state->allocator = pool->allocator.get();
   pool->state = state;
   return pool.detach();
 }
@@ -206,17 +189,17 @@ BRAllocatorRef PVMemoryPoolGetAllocator(PVMemoryPoolRef pool) {
 
 void PVMemoryPoolFlush(PVMemoryPoolRef pool) {
   if (!pool) return void(signalError(kPVBaseObjectError_ParamErr));
-  pool->state->with([](Recycler& recycler) { recycler.flush(); });
+  Turn(*pool->state)->flush();
 }
 
 void PVMemoryPoolInvalidate(PVMemoryPoolRef pool) {
   if (!pool) return void(signalError(kPVBaseObjectError_ParamErr));
-  pool->state->with([](Recycler& recycler) { recycler.invalidate(); });
+  Turn(*pool->state)->invalidate();
 }
 
 PVStatus KivMemoryPoolGetStatistics(PVMemoryPoolRef pool, KivMemoryPoolStatistics* statisticsOut) {
   if (!pool || !statisticsOut) return signalError(kPVBaseObjectError_ParamErr);
-  *statisticsOut = pool->state->with([](Recycler& recycler) { return recycler.statistics(); });
+  *statisticsOut = Turn(*pool->state)->statistics();
   return kPVStatus_Success;
 }
 
@@ -225,20 +208,19 @@ BRStringRef PVMemoryPool::copyDebugDescription() const {
   auto inUse = Text::adopt(BRStringCreateMutable(nullptr, 0));
   auto waiting = Text::adopt(BRStringCreateMutable(nullptr, 0));
   if (!inUse || !waiting) return nullptr;
-  return state->with([&](Recycler& recycler) {
-    BRStringAppendFormat(inUse.get(), "{");
-    recycler.inUse().forEach([&](const pv::BlockRecord& record) { appendRecord(inUse.get(), record); });
-    BRStringAppendFormat(inUse.get(), " }");
-    BRStringAppendFormat(waiting.get(), "(");
-    for (auto* record = recycler.waiting().oldest(); record; record = record->newer)
-      appendRecord(waiting.get(), *record);
-    BRStringAppendFormat(waiting.get(), " )");
-    return BRStringCreateWithFormat(
-        nullptr,
-        "KivMemoryPool %p retainCount: %d %s poolingAllocator: %p blocksInUse: %p %@ blocksForReuse: %p %@",
-        static_cast<const void*>(this), static_cast<int>(BRGetRetainCount(this)),
-        recycler.isRecycling() ? "recyclingEnabled" : "recyclingDisabled",
-        static_cast<const void*>(allocator.get()), static_cast<const void*>(&recycler.inUse()), inUse.get(),
-        static_cast<const void*>(&recycler.waiting()), waiting.get());
-  });
+  Turn turn(*state);
+  BRStringAppendFormat(inUse.get(), "{");
+  turn->inUse().forEach([&](const pv::BlockRecord& record) { appendRecord(inUse.get(), record); });
+  BRStringAppendFormat(inUse.get(), " }");
+  BRStringAppendFormat(waiting.get(), "(");
+  for (auto* record = turn->waiting().oldest(); record; record = record->newer)
+    appendRecord(waiting.get(), *record);
+  BRStringAppendFormat(waiting.get(), " )");
+  return BRStringCreateWithFormat(
+      nullptr,
+      "KivMemoryPool %p retainCount: %d %s poolingAllocator: %p blocksInUse: %p %@ blocksForReuse: %p %@",
+      static_cast<const void*>(this), static_cast<int>(BRGetRetainCount(this)),
+      turn->isRecycling() ? "recyclingEnabled" : "recyclingDisabled",
+      static_cast<const void*>(allocator.get()), static_cast<const void*>(&turn->inUse()), inUse.get(),
+      static_cast<const void*>(&turn->waiting()), waiting.get());
 }

@@ -1,8 +1,8 @@
 /* Memory pools: allocators that keep large blocks for a while after they are freed and hand them out again.
  *
- * A pool is for programs that allocate and free many blocks of equal size in a steady stream, like decoded frames. Fresh
- * memory must be mapped, and zeroed page by page as it is first touched, which takes longer than most of what is then
- * done with a frame. A pool's allocator rounds each size up to whole pages. A freed block waits; a request of the same
+ * A pool is for programs that allocate and free many blocks of equal size in a steady stream, like decoded frames.
+ * Fresh memory must be mapped, and zeroed page by page as it is first touched, which takes longer than most of what is
+ * then done with a frame. A pool's allocator rounds each size up to whole pages. A freed block waits; a request of the same
  * rounded size takes the block of that size that was freed last, with its old contents. A block that has waited for the
  * age-out period goes back to the system the next time that a block is allocated or freed: a pool that is not used
  * keeps what it has, so flush it. Every block takes at least a page: small things belong elsewhere.
@@ -40,8 +40,8 @@ PV_EXPORT BRTypeID PVMemoryPoolGetTypeID(void);
  * blocks to the system. NULL when memory runs out, and kPVStatus_OutOfMemory is signalled. */
 PV_EXPORT PVMemoryPoolRef PVMemoryPoolCreate(BRDictionaryRef options);
 
-/* The pool's allocator, lent: retain it to keep it longer than the pool. It is for BRAllocatorAllocate and its like, and
- * for every function that takes an allocator.
+/* The pool's allocator, lent: retain it to keep it longer than the pool. It is for BRAllocatorAllocate and its like,
+ * and for every function that takes an allocator.
  *  - Allocating gives a block of whole pages, zero-filled when it is fresh. NULL when the system has none; blocks that
  *    wait stay then, unless they are due.
  *  - Reallocating always moves: it allocates, copies what both sizes hold and frees the old block. When the new block
