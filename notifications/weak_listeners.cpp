@@ -116,7 +116,10 @@ void removeLink(PVNotificationCenterRef center, const LinkRef& link) {
     linksByKey.remove(link.get());
     linksByNumber.remove(link.get());
   }
-  BRNotificationCenterRemoveObserver(center, numberAsListener(link.get()), link->name.get(), link->object);
+  const auto remove = link->flags & kKivWeakListenerFlag_RemoveWithoutWaiting
+                          ? BRNotificationCenterRemoveObserverWithoutWaiting
+                          : BRNotificationCenterRemoveObserver;
+  remove(center, numberAsListener(link.get()), link->name.get(), link->object);
   BRRelease(link.get());
 }
 

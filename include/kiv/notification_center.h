@@ -30,7 +30,10 @@ enum {
   kKivWeakListenerFlag_RetainObject = 1,
   /* Release the listener after the call on a work queue of the library, not on the thread that delivers: so the
    * listener's finalizer never runs inside locks that the poster holds. */
-  kKivWeakListenerFlag_DeferRelease = 2
+  kKivWeakListenerFlag_DeferRelease = 2,
+  /* The removal does not wait for calls in progress on other threads, which hold the listener. So it may be made with
+   * locks held that the callback takes. */
+  kKivWeakListenerFlag_RemoveWithoutWaiting = 4
 };
 
 /* Registers a weak listener. With a queue (which is retained until the removal) each call is put on the queue, with the
@@ -44,7 +47,7 @@ PV_EXPORT PVStatus KivNotificationCenterAddWeakListener(PVNotificationCenterRef 
                                                         const void *object, uint32_t flags, BRWorkQueueRef queue);
 
 /* Removes the registration with this listener, callback, name and object. Waits for a call in progress on another
- * thread as PVNotificationCenterRemoveListener does. Success also when there is none. The listener is not read: its
+ * thread as PVNotificationCenterRemoveListener does, unless it was registered to be removed without. Success also when there is none. The listener is not read: its
  * finalizer may call this.
  * CenterRequired, ListenerRequired: that argument is NULL. AllocationFailed: the registration stands. */
 PV_EXPORT PVStatus KivNotificationCenterRemoveWeakListener(PVNotificationCenterRef center, BRTypeRef listener,

@@ -205,6 +205,24 @@ TEST(WeakListener, LastReleaseHappensWhereTheFlagSays) {
   }
 }
 
+TEST(WeakListenerThreads, RemovalDoesNotWaitWhereThatIsAsked) {
+  int object = 0;
+  std::latch begun(1), removed(1);
+  PlayerRef player = makePlayer();
+  player->called = [&] {
+    begun.count_down();
+    removed.wait();
+  };
+  ASSERT_EQ(add(player.get(), "slow"_br, &object, kKivWeakListenerFlag_RemoveWithoutWaiting), 0);
+  std::thread poster([&] { post("slow"_br, &object); });
+  begun.wait();
+  EXPECT_EQ(drop(player.get(), "slow"_br, &object), 0);
+  removed.count_down();
+  poster.join();
+  post("slow"_br, &object);
+  EXPECT_EQ(player->calls, 1);
+}
+
 TEST(ListenerLists, StopAtTheFirstFailure) {
   int object = 0;
   PlayerRef player = makePlayer();

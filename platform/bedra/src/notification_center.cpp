@@ -134,8 +134,8 @@ void removeFromBucket(Bucket& bucket, const Removal& removal, ListenerSnapshot**
 }
 
 // Removes from one bucket, or from all of them when the removal has no key, and waits for the calls in
-// progress.
-void remove(Removal removal) {
+// progress if that is asked for.
+void remove(Removal removal, bool waits) {
   ListenerSnapshot* unread = nullptr;
   {
     std::unique_lock lock(deliveryLock);
@@ -146,7 +146,8 @@ void remove(Removal removal) {
       for (auto& bucket : buckets) removeFromBucket(bucket, removal, &unread);
     }
     // Inside a delivery another thread may be waiting for this one to finish it.
-    if (br::threadDeliveries.depth == 0) br::waitForDeliveries(lock, Removal::isCalledIn, &removal);
+    if (waits && br::threadDeliveries.depth == 0)
+      br::waitForDeliveries(lock, Removal::isCalledIn, &removal);
   }
   destroySnapshots(unread);
 }
@@ -283,11 +284,18 @@ void BRNotificationCenterRemoveObserver(BRNotificationCenterRef center, const vo
                                         BRStringRef name, const void* object) {
   if (!center || !observer || (!name && !object)) return;
   const Key key = makeKey(name, object);
-  remove({observer, &key, 0});
+  remove({observer, &key, 0}, true);
+}
+
+void BRNotificationCenterRemoveObserverWithoutWaiting(BRNotificationCenterRef center, const void* observer,
+                                                      BRStringRef name, const void* object) {
+  if (!center || !observer || (!name && !object)) return;
+  const Key key = makeKey(name, object);
+  remove({observer, &key, 0}, false);
 }
 
 void BRNotificationCenterRemoveEveryObserver(BRNotificationCenterRef center, const void* observer) {
-  if (center && observer) remove({observer, nullptr, 0});
+  if (center && observer) remove({observer, nullptr, 0}, true);
 }
 
 void BRNotificationCenterPostNotification(BRNotificationCenterRef center, BRStringRef name,

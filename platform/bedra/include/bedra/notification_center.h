@@ -55,6 +55,11 @@ BR_EXPORT bool BRNotificationCenterAddObserver(BRNotificationCenterRef center, c
 BR_EXPORT void BRNotificationCenterRemoveObserver(BRNotificationCenterRef center, const void *observer,
                                                   BRStringRef name, const void *object);
 
+/* The same, and never waits: calls in progress on other threads may outlast it. For observers that are kept alive until
+ * their last call has returned by other means. */
+BR_EXPORT void BRNotificationCenterRemoveObserverWithoutWaiting(BRNotificationCenterRef center, const void *observer,
+                                                                BRStringRef name, const void *object);
+
 /* Removes every registration of the observer. Looks through all registrations of the process. */
 BR_EXPORT void BRNotificationCenterRemoveEveryObserver(BRNotificationCenterRef center, const void *observer);
 
