@@ -28,6 +28,8 @@
 #include <pevrin/text_format_description.h>
 #include <pevrin/time.h>
 #include <pevrin/time_range.h>
+#include <pevrin/timebase.h>
+#include <pevrin/timebase_timer.h>
 #include <pevrin/timecode_format_description.h>
 #include <pevrin/video_format_description.h>
 

@@ -1,0 +1,163 @@
+#include <bedra/run_loop.h>
+#include <cmath>
+#include <thread>
+
+#include "tests/clocks/timebase_support.hpp"
+#include "tests/support/failing_allocator.hpp"
+
+namespace {
+
+using namespace test;
+using TimerRef = br::Ref<BRRunLoopTimer>;
+
+constexpr double kDay = 86'400.0;
+constexpr double kFarFuture = 8'073'216'000.0;
+
+TimerRef makeTimer(double interval = kDay, int* calls = nullptr) {
+  auto count = [](BRRunLoopTimerRef, void* info) { ++*static_cast<int*>(info); };
+  const BRRunLoopTimerContext context{0, calls, nullptr, nullptr};
+  auto timer = TimerRef::adopt(BRRunLoopTimerCreate(nullptr, 1e10, interval, count, &context));
+  BRRunLoopAddTimer(BRRunLoopGetCurrent(), timer.get(), kBRRunLoopDefaultMode);
+  return timer;
+}
+
+// How many seconds from now a timer is set to fire, to the tenth; infinity when it is parked.
+double delayOf(const TimerRef& timer) {
+  const BRAbsoluteTime date = BRRunLoopTimerGetNextFireDate(timer.get());
+  return date == kFarFuture ? INFINITY : std::round((date - BRAbsoluteTimeGetCurrent()) * 10) / 10;
+}
+
+TEST(TimebaseTimer, ChecksWhatItIsGiven) {
+  FakeClock clock;
+  const Timebase timebase = onClock(clock);
+  PVTimebaseRef t = timebase.get();
+  BRRunLoopRef loop = BRRunLoopGetCurrent();
+  const TimerRef timer = makeTimer(), shortTimer = makeTimer(kDay - 1), onceTimer = makeTimer(0);
+  EXPECT_EQ(PVTimebaseAddTimer(t, timer.get(), nullptr), -12748);
+  EXPECT_EQ(PVTimebaseAddTimer(t, shortTimer.get(), loop), -12751);
+  EXPECT_EQ(PVTimebaseAddTimer(t, onceTimer.get(), loop), -12751);
+  EXPECT_EQ(PVTimebaseSetTimerNextFireTime(t, timer.get(), kPVTimeZero, 0), -12749);
+  EXPECT_EQ(PVTimebaseSetTimerToFireImmediately(t, timer.get()), -12749);
+  EXPECT_EQ(PVTimebaseRemoveTimer(t, timer.get()), -12749);
+  const uint32_t timerCount = BRGetRetainCount(timer.get()), loopCount = BRGetRetainCount(loop);
+  EXPECT_EQ(PVTimebaseAddTimer(t, timer.get(), loop), 0);
+  EXPECT_EQ(PVTimebaseAddTimer(t, timer.get(), loop), 0);
+  EXPECT_EQ(PVTimebaseAddTimer(t, timer.get(), reinterpret_cast<BRRunLoopRef>(&clock)), -12749);
+  EXPECT_EQ(BRGetRetainCount(timer.get()), timerCount + 1);
+  EXPECT_EQ(PVTimebaseRemoveTimer(t, timer.get()), 0);
+  EXPECT_EQ(delayOf(timer), INFINITY);
+  EXPECT_EQ(BRGetRetainCount(timer.get()), timerCount);
+  EXPECT_EQ(BRGetRetainCount(loop), loopCount);
+  for (const TimerRef& made : {timer, shortTimer, onceTimer}) BRRunLoopTimerInvalidate(made.get());
+}
+
+TEST(TimebaseTimer, InvalidatedOnesAreDroppedAtTheNextTouch) {
+  FakeClock clock;
+  const Timebase timebase = onClock(clock);
+  for (const bool byChange : {false, true}) {
+    const TimerRef timer = makeTimer();
+    ASSERT_EQ(PVTimebaseAddTimer(timebase.get(), timer.get(), BRRunLoopGetCurrent()), 0);
+    BRRunLoopTimerInvalidate(timer.get());
+    if (byChange)
+      PVTimebaseSetRate(timebase.get(), 1.0);
+    else
+      EXPECT_EQ(PVTimebaseSetTimerNextFireTime(timebase.get(), timer.get(), kPVTimeZero, 0), -12749);
+    EXPECT_EQ(BRGetRetainCount(timer.get()), 1u);
+    EXPECT_EQ(PVTimebaseRemoveTimer(timebase.get(), timer.get()), -12749);
+  }
+}
+
+// Which dates a change brings to timers before, at and behind the current time.
+TEST(TimebaseTimer, DatesFollowTheTimeline) {
+  FakeClock clock;
+  clock.setRate(4.0);  // it covers four of its seconds in one of the host's
+  const Timebase timebase = onClock(clock);
+  PVTimebaseRef t = timebase.get();
+  const TimerRef behind = makeTimer(), ahead = makeTimer(), stubborn = makeTimer(), coarse = makeTimer();
+  for (const TimerRef& timer : {behind, ahead, stubborn, coarse})
+    ASSERT_EQ(PVTimebaseAddTimer(t, timer.get(), BRRunLoopGetCurrent()), 0);
+  auto delays = [&] {
+    return std::vector{delayOf(behind), delayOf(ahead), delayOf(stubborn), delayOf(coarse)};
+  };
+  using Delays = std::vector<double>;
+  PVTimebaseSetTime(t, seconds(100));
+  PVTimebaseSetTimerNextFireTime(t, behind.get(), seconds(80), 0);
+  PVTimebaseSetTimerNextFireTime(t, ahead.get(), seconds(180), 0);
+  PVTimebaseSetTimerNextFireTime(t, stubborn.get(), seconds(80), kPVTimebaseTimerFlag_FireEvenIfPassed);
+  PVTimebaseSetTimerNextFireTime(t, coarse.get(), PVTimeMake(INT64_MAX / 2, 3), 0);
+  EXPECT_EQ(delays(), (Delays{INFINITY, INFINITY, INFINITY, INFINITY}));
+  PVTimebaseSetRate(t, 1.0);  // from standing, as if the direction had changed
+  EXPECT_EQ(delayOf(behind), INFINITY);
+  EXPECT_EQ(delayOf(ahead), 20.0);
+  EXPECT_EQ(delayOf(stubborn), -5.0);
+  EXPECT_NEAR(delayOf(coarse), static_cast<double>(INT64_MAX / 2) / 12, 1e6);
+  PVTimebaseSetTimerNextFireTime(t, behind.get(), seconds(80), 0);  // set by the program, it fires
+  PVTimebaseSetTimerNextFireTime(t, coarse.get(), kPVTimePositiveInfinity, 0);
+  EXPECT_EQ(delays(), (Delays{-5.0, 20.0, -5.0, INFINITY}));
+  PVTimebaseSetRate(t, 2.0);  // what is behind has fired
+  EXPECT_EQ(delays(), (Delays{-5.0, 10.0, -2.5, INFINITY}));
+  PVTimebaseSetRate(t, -2.0);
+  EXPECT_EQ(delays(), (Delays{2.5, INFINITY, 2.5, INFINITY}));
+  PVTimebaseSetTime(t, seconds(60));
+  EXPECT_EQ(delays(), (Delays{INFINITY, INFINITY, -2.5, INFINITY}));
+  clock.setRate(0.0);  // nothing leads to the host's time
+  PVTimebaseSetTime(t, seconds(100));
+  EXPECT_EQ(delayOf(behind), INFINITY);
+  for (const TimerRef& timer : {behind, ahead, stubborn, coarse}) BRRunLoopTimerInvalidate(timer.get());
+}
+
+TEST(TimebaseTimer, FiresOnTheRunLoopAndAgainWhenSetAgain) {
+  const Timebase timebase = onClock(PVClockGetHostTimeClock());
+  PVTimebaseSetRate(timebase.get(), 2.0);
+  int calls = 0;
+  const TimerRef timer = makeTimer(kDay, &calls);
+  ASSERT_EQ(PVTimebaseAddTimer(timebase.get(), timer.get(), BRRunLoopGetCurrent()), 0);
+  auto run = [] { return BRRunLoopRunInMode(kBRRunLoopDefaultMode, 1.0, true); };
+  for (int i = 1; i <= 3; ++i) {
+    const PVTime fire = PVTimeAdd(PVTimebaseGetTime(timebase.get()), PVTimeMake(i, 200));
+    ASSERT_EQ(PVTimebaseSetTimerNextFireTime(timebase.get(), timer.get(), fire, 0), 0);
+    EXPECT_EQ(run(), kBRRunLoopHandledSource);
+    EXPECT_EQ(calls, i);
+    EXPECT_GE(PVTimeGetSeconds(PVTimeSubtract(PVTimebaseGetTime(timebase.get()), fire)), -1e-6);
+  }
+  PVTimebaseSetRate(timebase.get(), 0.0);
+  ASSERT_EQ(PVTimebaseSetTimerToFireImmediately(timebase.get(), timer.get()), 0);
+  PVTimebaseSetRate(timebase.get(), 1.0);
+  PVTimebaseSetRate(timebase.get(), 0.0);  // neither parks it
+  EXPECT_EQ(run(), kBRRunLoopHandledSource);
+  EXPECT_EQ(calls, 4);
+  BRRunLoopTimerInvalidate(timer.get());
+}
+
+// What a program gives a timer to hold may end with it; that happens outside the timebase's locks.
+TEST(TimebaseTimer, IsReleasedWhereItsEndMayWrite) {
+  FakeClock clock;
+  static Timebase timebase;
+  timebase = onClock(clock);
+  const BRRunLoopTimerContext context{
+      0, &clock, nullptr,
+      [](const void*) { std::thread([] { PVTimebaseSetTime(timebase.get(), seconds(5)); }).join(); }};
+  TimerRef timer = TimerRef::adopt(BRRunLoopTimerCreate(
+      nullptr, 1e10, kDay, [](BRRunLoopTimerRef, void*) {}, &context));
+  ASSERT_EQ(PVTimebaseAddTimer(timebase.get(), timer.get(), BRRunLoopGetCurrent()), 0);
+  BRRunLoopTimerRef last = timer.get();
+  timer = nullptr;
+  EXPECT_EQ(PVTimebaseRemoveTimer(timebase.get(), last), 0);
+  EXPECT_TRUE(areEqual(PVTimebaseGetTime(timebase.get()), seconds(5)));
+  timebase = nullptr;
+}
+
+TEST(TimebaseTimer, RunsOutOfMemoryAtEveryRequest) {
+  FakeClock clock;
+  const TimerRef timer = makeTimer();
+  walkAllocationFailures([&](BRAllocatorRef allocator) {
+    Timebase timebase;
+    if (PVTimebaseCreateWithMasterClock(allocator, clock, timebase.out())) return Outcome::kOutOfMemory;
+    const PVStatus status = PVTimebaseAddTimer(timebase.get(), timer.get(), BRRunLoopGetCurrent());
+    EXPECT_TRUE(status == 0 || status == -12750) << status;
+    return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
+  });
+  BRRunLoopTimerInvalidate(timer.get());
+}
+
+}  // namespace
