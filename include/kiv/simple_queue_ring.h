@@ -64,7 +64,7 @@ KIV_SIMPLE_QUEUE_INLINE bool KivSimpleQueueRingPut(KivSimpleQueueRing *ring, con
 /* Whether the ring has something at the read index. The consumer's, like the next two. */
 KIV_SIMPLE_QUEUE_INLINE bool KivSimpleQueueRingHas(KivSimpleQueueRing *ring, uint32_t read) {
   KivSimpleQueueSide *side = &ring->consumer;
-  if (read != side->othersIndex) return true;
+  if (__builtin_expect(read != side->othersIndex, 1)) return true;
   const uint32_t write = side->othersIndex = __atomic_load_n(&ring->producer.index, __ATOMIC_ACQUIRE);
   return read != write;
 }

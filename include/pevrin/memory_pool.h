@@ -2,10 +2,10 @@
  *
  * A pool is for programs that allocate and free many blocks of equal size in a steady stream, like decoded frames.
  * Fresh memory must be mapped, and zeroed page by page as it is first touched, which takes longer than most of what is
- * then done with a frame. A pool's allocator rounds each size up to whole pages. A freed block waits; a request of the same
- * rounded size takes the block of that size that was freed last, with its old contents. A block that has waited for the
- * age-out period goes back to the system the next time that a block is allocated or freed: a pool that is not used
- * keeps what it has, so flush it. Every block takes at least a page: small things belong elsewhere.
+ * then done with a frame. A pool's allocator rounds each size up to whole pages. A freed block waits; a request of the
+ * same rounded size takes the block of that size that was freed last, with its old contents. A block that has waited
+ * for the age-out period goes back to the system the next time that a block is allocated or freed: a pool that is not
+ * used keeps what it has, so flush it. Every block takes at least a page: small things belong elsewhere.
  *
  * Who owns what: the pool owns its allocator. An allocator may be kept (BRRetain) beyond its pool, and is by every
  * object and buffer that it is given to; then it works on without recycling. Blocks in use also keep it, so that each
