@@ -17,13 +17,17 @@ inline constexpr int64_t kNeverNs = INT64_MAX;
 
 class TimerDescriptor {
  public:
-  TimerDescriptor() : descriptor_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC)) {}
+  TimerDescriptor() { open(); }
   ~TimerDescriptor() { close(); }
   TimerDescriptor(const TimerDescriptor&) = delete;
   TimerDescriptor& operator=(const TimerDescriptor&) = delete;
 
   // -1 when the system had none left, and after close.
   int get() const { return descriptor_; }
+  bool open() {
+    if (descriptor_ < 0) descriptor_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    return descriptor_ >= 0;
+  }
   void close() {
     if (descriptor_ >= 0) ::close(descriptor_);
     descriptor_ = -1;
@@ -47,7 +51,7 @@ class TimerDescriptor {
   }
 
  private:
-  int descriptor_;
+  int descriptor_ = -1;
 };
 
 }  // namespace br

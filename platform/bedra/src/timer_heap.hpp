@@ -14,8 +14,8 @@ namespace br {
 struct TimerNode {
   int64_t timeNs = 0;
   uint64_t order = 0;
-  TimerNode* child = nullptr;  // the first of the children, each of which comes no earlier
-  TimerNode* next = nullptr;   // the next child of the same parent
+  TimerNode* child = nullptr;     // the first of the children, each of which comes no earlier
+  TimerNode* next = nullptr;      // the next child of the same parent
   TimerNode* previous = nullptr;  // the one before, or the parent of a first child
 };
 

@@ -41,14 +41,24 @@ namespace {
 constexpr unsigned kFewestThreads = 4;
 constexpr unsigned kMostThreads = 16;
 
-// Signals are for the program's own threads.
+// While it lives, signals are blocked, and so they are on the threads made: they are for the program's own.
+struct SignalsBlocked {
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+  sigset_t before;
+};
+
 asio::thread_pool* makePool() {
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  auto* pool =
-      new asio::thread_pool(std::clamp(std::thread::hardware_concurrency(), kFewestThreads, kMostThreads));
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  SignalsBlocked blocked;
+  return new asio::thread_pool(std::clamp(std::thread::hardware_concurrency(), kFewestThreads, kMostThreads));
+}
+
+asio::thread_pool& sharedPool() {
+  static asio::thread_pool& pool = *makePool();
   return pool;
 }
 
@@ -95,10 +105,22 @@ struct Task {
 }  // namespace
 
 void br::runOnWorkPool(void (*task)(void*), void* context, WorkPoolRoom& room, WorkPoolTurn turn) {
-  static asio::thread_pool& pool = *makePool();
+  asio::thread_pool& pool = sharedPool();
   Task ours{task, context, &room};
   if (turn == WorkPoolTurn::kSoon)
     asio::post(pool.get_executor(), std::move(ours));
   else
     asio::defer(pool.get_executor(), std::move(ours));
+}
+
+bool br::addWorkPoolThread() {
+  SignalsBlocked blocked;
+  pthread_t thread;
+  auto join = [](void* pool) -> void* {
+    static_cast<asio::thread_pool*>(pool)->attach();
+    return nullptr;
+  };
+  if (pthread_create(&thread, nullptr, join, &sharedPool()) != 0) return false;
+  pthread_detach(thread);
+  return true;
 }

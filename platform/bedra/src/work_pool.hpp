@@ -19,6 +19,9 @@ enum class WorkPoolTurn {
 // Runs task(context) on one of the pool's threads. Never fails: the room serves for the pool's own record.
 void runOnWorkPool(void (*task)(void*), void* context, WorkPoolRoom& room, WorkPoolTurn turn);
 
+// One more thread for the pool, to make up for a task that waits for ever. False when the system refuses.
+bool addWorkPoolThread();
+
 }  // namespace br
 
 #endif

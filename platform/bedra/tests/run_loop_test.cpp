@@ -344,7 +344,8 @@ TEST(RunLoop, DescriptorIsReadableWhenThereIsSomethingToDispatch) {
     EXPECT_EQ(dispatch("modal"_br), kBRRunLoopStopped);
     EXPECT_FALSE(isReadable());
     BRRunLoopTimerInvalidate(timer.get());
-  }).join();
+  })
+      .join();
 }
 
 TEST(RunLoopThreads, OnlyALoopsOwnThreadDispatchesAndItsEndClosesTheDescriptor) {

@@ -50,6 +50,7 @@ typedef struct BRNotificationCenter *BRNotificationCenterRef;
 typedef struct BRRunLoop *BRRunLoopRef;
 typedef struct BRRunLoopTimer *BRRunLoopTimerRef;
 typedef struct BRWorkQueue *BRWorkQueueRef;
+typedef struct BRTimerSource *BRTimerSourceRef;
 
 /* The answers of a comparison. */
 typedef int32_t BRComparisonResult;

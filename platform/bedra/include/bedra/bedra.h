@@ -16,6 +16,7 @@
 #include <bedra/set.h>
 #include <bedra/string.h>
 #include <bedra/time.h>
+#include <bedra/timer_source.h>
 #include <bedra/weak_reference.h>
 #include <bedra/work_queue.h>
 

@@ -17,15 +17,15 @@
  *   BRRunLoopAddTimer(BRRunLoopGetCurrent(), timer, kBRRunLoopDefaultMode);
  *   BRRunLoopRunInMode(kBRRunLoopDefaultMode, 10.0, false);      // returns after half a second: nothing is left
  *
- * A program that has an event loop of its own (epoll, GLib, libuv, Asio, Qt...) does not run the run loop of its thread,
- * but watches its descriptor for reading and dispatches when it can be read; in the end both wait in one place:
+ * A program that has an event loop of its own (epoll, GLib, libuv, Asio, Qt...) does not run the run loop of its
+ * thread, but watches its descriptor and dispatches when it can be read; so both wait in one place:
  *
  *   int descriptor = BRRunLoopGetPollDescriptor(BRRunLoopGetCurrent());
  *   struct pollfd polled = {descriptor, POLLIN, 0};
  *   while (poll(&polled, 1, -1) > 0) BRRunLoopDispatchPending(BRRunLoopGetCurrent(), kBRRunLoopDefaultMode);
  *
  * Threads: every function that takes a loop or a timer may be called from any thread, except that a loop is run and
- * dispatched by its own thread alone. When a loop's thread ends, the loop lets go of its timers, which will not fire. */
+ * dispatched by its own thread alone. When a loop's thread ends, the loop lets go of its timers: they will not fire. */
 #ifndef BEDRA_RUN_LOOP_H
 #define BEDRA_RUN_LOOP_H
 
@@ -58,8 +58,8 @@ BR_EXPORT BRTypeID BRRunLoopGetTypeID(void);
 BR_EXPORT BRTypeID BRRunLoopTimerGetTypeID(void);
 
 /* The calling thread's loop, made on first use. Borrowed; the thread holds it until it ends, and whoever retains it for
- * longer finds it empty then. NULL when memory or file descriptors (each loop has one) run out, or the thread is already being taken
- * down. */
+ * longer finds it empty then. NULL when memory or file descriptors (each loop has one) run out, or the thread is
+ * already being taken down. */
 BR_EXPORT BRRunLoopRef BRRunLoopGetCurrent(void);
 
 /* Runs the calling thread's loop in a mode: calls what is due, waits for what is next, until one of the results above
@@ -100,8 +100,8 @@ BR_EXPORT bool BRRunLoopContainsTimer(BRRunLoopRef runLoop, BRRunLoopTimerRef ti
 BR_EXPORT void BRRunLoopRemoveTimer(BRRunLoopRef runLoop, BRRunLoopTimerRef timer, BRStringRef mode);
 
 /* A timer that calls callback(timer, info) at the date and, with an interval above 0 (in seconds), at every date +
- * k * interval after it: counted from the date last set, so that nothing adds up. Of ticks that passed while the loop was
- * busy, the first is called late and the others are skipped. An interval of 0, less or not a number is none.
+ * k * interval after it: counted from the date last set, so that nothing adds up. Of ticks that passed while the loop
+ * was busy, the first is called late and the others are skipped. An interval of 0, less or not a number is none.
  *
  * The context is copied (NULL is one of zeros) and its info retained; the info is released when a timer without an
  * interval has fired, when the timer is invalidated, or when it goes. The caller owns the timer. NULL, with nothing
@@ -114,8 +114,8 @@ BR_EXPORT BRRunLoopTimerRef BRRunLoopTimerCreate(BRAllocatorRef allocator, BRAbs
  * released. On another thread than the loop's, that callback may still be running when this returns. */
 BR_EXPORT void BRRunLoopTimerInvalidate(BRRunLoopTimerRef timer);
 
-/* False once the timer is invalidated, or is called and has no interval (in its own callback too), and for NULL. A timer
- * that is to be set again from its callback needs an interval, however long. */
+/* False once the timer is invalidated, or is called and has no interval (in its own callback too), and for NULL. A
+ * timer that is to be set again from its callback needs an interval, however long. */
 BR_EXPORT bool BRRunLoopTimerIsValid(BRRunLoopTimerRef timer);
 
 /* Seconds; 0 for a timer that fires once, and for NULL. */
@@ -126,8 +126,8 @@ BR_EXPORT double BRRunLoopTimerGetInterval(BRRunLoopTimerRef timer);
 BR_EXPORT BRAbsoluteTime BRRunLoopTimerGetNextFireDate(BRRunLoopTimerRef timer);
 
 /* Moves a valid timer, in its loop too; its ticks are counted from the new date. In its callback this replaces the next
- * tick. Nothing happens to an invalid one. Needs no memory, and no system call unless a waiting loop has to wake earlier
- * for it. */
+ * tick. Nothing happens to an invalid one. Needs no memory, and no system call unless a waiting loop has to wake
+ * earlier for it. */
 BR_EXPORT void BRRunLoopTimerSetNextFireDate(BRRunLoopTimerRef timer, BRAbsoluteTime fireDate);
 
 /* How many seconds late the timer may be called, so that the machine wakes once for several timers; 0.0 at first. A
