@@ -6,9 +6,9 @@
  * caller's affair: the queue hands it on and never looks at it.
  *
  * The shared threads are made with the first call of the process: as many as the machine has processors, but at least
- * 4 and at most 16; timer sources add one. They are never ended, block all signals, and are named "bedra-work". A call that blocks keeps one
- * of them busy; one that has to wait for another queue does so in BRWorkQueueSync, which works even when every shared
- * thread is taken.
+ * 4 and at most 16; timer sources add one. They are never ended, block all signals, and are named "bedra-work". A call
+ * that blocks keeps one of them busy; one that has to wait for another queue does so in BRWorkQueueSync, which works
+ * even when every shared thread is taken.
  *
  *   static void writeReel(void *reel) { ...; BRRelease(reel); }
  *   BRWorkQueueRef queue = BRWorkQueueCreate(NULL, "com.example.writer");
