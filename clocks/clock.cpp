@@ -18,6 +18,11 @@ namespace {
 
 PVStatus missing() { return signalError(kPVClockError_RequiredParameterMissing); }
 
+[[gnu::noinline]] PVTime timeOfDerivedClock(PVClockRef clock) {
+  PVTime time;
+  return PVClockGetAnchorTime(clock, &time, nullptr) == kPVStatus_Success ? time : kPVTimeInvalid;
+}
+
 }  // namespace
 
 BRTypeID PVClockGetTypeID(void) { return br::typeID<PVClock>(); }
@@ -27,8 +32,7 @@ BRTypeID PVClockGetTypeID(void) { return br::typeID<PVClock>(); }
 PVTime PVClockGetTime(PVClockRef clock) {
   if (pv::isHostTimeClock(clock)) [[likely]]
     return pv::hostTimeNow();
-  PVTime time;
-  return PVClockGetAnchorTime(clock, &time, nullptr) == kPVStatus_Success ? time : kPVTimeInvalid;
+  return timeOfDerivedClock(clock);
 }
 
 PVStatus PVClockGetAnchorTime(PVClockRef clock, PVTime* clockTimeOut, PVTime* referenceTimeOut) {

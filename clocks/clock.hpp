@@ -13,6 +13,7 @@
 #include <kiv/clock.h>
 
 #include <atomic>
+#include <bedra/host_time.hpp>
 #include <bedra/object.hpp>
 #include <bedra/ref.hpp>
 
@@ -27,6 +28,8 @@ struct ClockAnchor {
 };
 
 class ClockTurn;
+
+inline constexpr int32_t kNsPerSecond = 1'000'000'000;
 
 using namespace literals;
 inline constexpr PVFourCharCode kDerivedClockClass = "gtcb"_4cc;
@@ -104,11 +107,14 @@ class ClockTurn {
 };
 
 // Where the host time clock is, made or not: to tell it from others takes no look at either.
-extern char hostTimeClockStorage[];
+extern char hostTimeClockStorage[] __attribute__((visibility("hidden")));
 inline bool isHostTimeClock(PVClockRef clock) {
   return reinterpret_cast<char*>(clock) == hostTimeClockStorage;
 }
-PVTime hostTimeNow();
+// Inline, since it is most of what programs read.
+inline PVTime hostTimeNow() {
+  return {static_cast<int64_t>(br::hostUptimeNs()), kNsPerSecond, kPVTimeFlags_Valid, 0};
+}
 
 }  // namespace pv
 

@@ -13,8 +13,6 @@ namespace {
 
 using namespace br::literals;
 
-constexpr int32_t kNsPerSecond = 1'000'000'000;
-
 // Nobody may end the time of all others. A crash here points at who tried.
 void crash(PVClockRef) { *reinterpret_cast<volatile int*>(uintptr_t{1} << 63) = 0; }
 
@@ -54,10 +52,6 @@ namespace pv {
 
 alignas(PVClock) constinit char hostTimeClockStorage[sizeof(PVClock)] = {};
 
-PVTime hostTimeNow() {
-  return {static_cast<int64_t>(BRHostTimeGetUptimeNs()), kNsPerSecond, kPVTimeFlags_Valid, 0};
-}
-
 }  // namespace pv
 
 PVClockRef PVClockGetHostTimeClock(void) {
@@ -66,7 +60,8 @@ PVClockRef PVClockGetHostTimeClock(void) {
 }
 
 uint64_t PVClockConvertHostTimeToSystemUnits(PVTime hostTime) {
-  const PVTime ns = PVTimeConvertScale(hostTime, kNsPerSecond, kPVTimeRoundingMethod_RoundHalfAwayFromZero);
+  const PVTime ns =
+      PVTimeConvertScale(hostTime, pv::kNsPerSecond, kPVTimeRoundingMethod_RoundHalfAwayFromZero);
   if (!PVTimeIsNumeric(ns) || ns.value < 0) return 0;
   const TickRatio ratio;
   return static_cast<uint64_t>(KivInt64MulDiv(ns.value, ratio.tickPart, ratio.nsPart, nullptr));
@@ -75,7 +70,7 @@ uint64_t PVClockConvertHostTimeToSystemUnits(PVTime hostTime) {
 PVTime PVClockMakeHostTimeFromSystemUnits(uint64_t hostTicks) {
   const TickRatio ratio;
   const auto ticks = static_cast<int64_t>(std::min<uint64_t>(hostTicks, INT64_MAX));
-  return PVTimeMake(KivInt64MulDiv(ticks, ratio.nsPart, ratio.tickPart, nullptr), kNsPerSecond);
+  return PVTimeMake(KivInt64MulDiv(ticks, ratio.nsPart, ratio.tickPart, nullptr), pv::kNsPerSecond);
 }
 
 PV_TWIN(KivClockGetHostTimeClock, PVClockGetHostTimeClock)

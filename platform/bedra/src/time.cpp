@@ -3,15 +3,11 @@
 
 #include <time.h>
 
+#include <bedra/host_time.hpp>
+
 namespace {
 
 constexpr int64_t kEpochUnixSeconds = 978307200;  // 2001-01-01 00:00:00 UTC
-
-uint64_t monotonicNs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<uint64_t>(now.tv_nsec);
-}
 
 }  // namespace
 
@@ -21,7 +17,7 @@ BRAbsoluteTime BRAbsoluteTimeGetCurrent(void) {
   return static_cast<double>(now.tv_sec - kEpochUnixSeconds) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-uint64_t BRHostTimeGetTicks(void) { return monotonicNs(); }
+uint64_t BRHostTimeGetTicks(void) { return br::hostUptimeNs(); }
 
 void BRHostTimeGetTicksToNsRatio(uint32_t* numerator, uint32_t* denominator) {
   if (numerator) *numerator = 1;
@@ -29,4 +25,4 @@ void BRHostTimeGetTicksToNsRatio(uint32_t* numerator, uint32_t* denominator) {
 }
 
 // The monotonic clock starts with the machine and stands still while it sleeps.
-uint64_t BRHostTimeGetUptimeNs(void) { return monotonicNs(); }
+uint64_t BRHostTimeGetUptimeNs(void) { return br::hostUptimeNs(); }
