@@ -117,14 +117,16 @@ ExitStatus inspect(const std::string& fileName, const InspectOptions& options) {
     return kFailed;
   }
 
-  for (const Damage& damage : inspection.damages()) {
-    const std::string place = damage.path.empty() ? "" : damage.path + " ";
-    complain(fileName, fmt::format("{}at byte {}: {} (status {})", place, damage.offset, damage.message,
-                                   damage.status));
-  }
+  for (const Damage& damage : inspection.damages()) complainOf(fileName, damage);
   return inspection.damages().empty() ? kSound : kDamaged;
 }
 
 void complain(const std::string& fileName, const std::string& message) {
   std::fputs(fmt::format("pevrin: {}: {}\n", printable(fileName), message).c_str(), stderr);
+}
+
+void complainOf(const std::string& fileName, const Damage& damage) {
+  const std::string place = damage.path.empty() ? "" : damage.path + " ";
+  complain(fileName,
+           fmt::format("{}at byte {}: {} (status {})", place, damage.offset, damage.message, damage.status));
 }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "damage.hpp"
+
 // What the program's exit status says.
 enum ExitStatus { kSound = 0, kDamaged = 1, kFailed = 2 };
 
@@ -17,3 +19,6 @@ ExitStatus inspect(const std::string& fileName, const InspectOptions& options);
 
 // "pevrin: FILE: message" on standard error.
 void complain(const std::string& fileName, const std::string& message);
+
+// The same of something wrong in a file: where, and why.
+void complainOf(const std::string& fileName, const Damage& damage);

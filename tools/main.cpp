@@ -8,6 +8,7 @@
 #include <string>
 
 #include "inspect.hpp"
+#include "remux/remux.hpp"
 #include "report.hpp"
 
 namespace {
@@ -110,6 +111,23 @@ Damage is also reported on standard error. Everything that can be read is shown.
 Exit status: 0 the file is sound, 1 it is damaged (an empty file is), 2 it could
 not be read or the command was wrong.)";
 
+constexpr const char* kRemuxFooter =
+    R"(Writes the tracks of a movie into another file, without encoding them anew: the same
+samples with the same times, in the layout and with the sample descriptions of the
+file that OUT's name tells: .mov .qt (QuickTime), .mp4 .m4v .m4a .m4b (MP4), .3gp
+.3g2 (3GPP). IN may have its samples in tables or in fragments. Metadata and atoms
+that are not known go along; free space and indexes do not.
+
+OUT is written beside its place and put there when it is complete: until then, and
+after a failure, what was there before stays. IN and OUT may be the same file.
+
+Exit status: 0 OUT is there, 1 IN is damaged, 2 it could not be done.)";
+
+ExitStatus refuse(const std::string& command, const std::string& reason) {
+  std::fputs(fmt::format("pevrin: {}\nSee: pevrin {}--help\n", printable(reason), command).c_str(), stderr);
+  return kFailed;
+}
+
 ExitStatus run(int argc, char** argv) {
   CLI::App app("Looks into movie files (MP4, QuickTime and their kin) and H.264 and HEVC streams.", "pevrin");
   app.set_version_flag("--version", "pevrin " PEVRIN_VERSION, "Print the version and exit");
@@ -130,6 +148,19 @@ ExitStatus run(int argc, char** argv) {
                     "List the samples of a movie in the order in which they are shown");
   command->footer(kInspectFooter);
 
+  std::string input, output, fragment;
+  RemuxOptions remuxOptions;
+  CLI::App* remuxing = app.add_subcommand("remux", "Write the samples of a movie into another movie file");
+  remuxing->add_option("IN", input, "The movie")->required()->type_name("");
+  remuxing->add_option("OUT", output, "The file to write")->required()->type_name("");
+  auto* fragments = remuxing->add_option(
+      "--fragment", fragment,
+      "Write fragments of at least this length, as 2s or 500ms, that begin at sync samples");
+  fragments->type_name("LENGTH");
+  remuxing->add_flag("--faststart", remuxOptions.fastStart, "Write the header before the media")
+      ->excludes(fragments);
+  remuxing->footer(kRemuxFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -137,17 +168,19 @@ ExitStatus run(int argc, char** argv) {
       app.exit(error);  // help or version
       return std::fflush(stdout) == 0 ? kSound : kFailed;
     }
-    const bool inspecting = app.got_subcommand(command);
+    const auto chosen = app.get_subcommands();
     const auto rest = app.remaining();
     const std::string reason =
-        inspecting || rest.empty() ? error.what() : fmt::format("{} is not a subcommand", rest.front());
-    std::fputs(
-        fmt::format("pevrin: {}\nSee: pevrin {}--help\n", printable(reason), inspecting ? "inspect " : "")
-            .c_str(),
-        stderr);
-    return kFailed;
+        !chosen.empty() || rest.empty() ? error.what() : fmt::format("{} is not a subcommand", rest.front());
+    return refuse(chosen.empty() ? "" : chosen.front()->get_name() + " ", reason);
   }
-  return inspect(fileName, options);
+  if (app.got_subcommand(command)) return inspect(fileName, options);
+  if (!fragment.empty()) {
+    remuxOptions.fragment = parseLength(fragment);
+    if (!remuxOptions.fragment)
+      return refuse("remux ", fmt::format("--fragment: {} is not a length", fragment));
+  }
+  return remux(input, output, remuxOptions);
 }
 
 }  // namespace

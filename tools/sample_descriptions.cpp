@@ -89,6 +89,13 @@ bool isSampleEntry(std::span<const PVFourCharCode> types) {
 
 }  // namespace
 
+bool writeSampleEntry(PVFourCharCode handler, PVFormatDescriptionRef description, BRStringRef flavor,
+                      br::Ref<PVBlockBuffer>& entryOut) {
+  const auto kind = std::ranges::find(kKinds, handler, &Kind::handler);
+  return kind != std::end(kKinds) &&
+         kind->write(nullptr, description, flavor, entryOut.out()) == kPVStatus_Success;
+}
+
 void SampleDescriptions::noteAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk,
                                   size_t trackCount) {
   if (!stream) return;

@@ -1,7 +1,9 @@
 // A movie's sample entries, made into format descriptions.
 #pragma once
 
+#include <bedra/string.h>
 #include <kiv/byte_stream.h>
+#include <pevrin/block_buffer.h>
 #include <pevrin/format_description.h>
 
 #include <bedra/ref.hpp>
@@ -61,3 +63,7 @@ class SampleDescriptions {
   std::optional<Damage> more_;  // there are too many of them
   std::vector<SampleDescription> descriptions_;
 };
+
+// Writes a description as a sample entry of a track with that handler, in a flavour. False when it cannot be.
+bool writeSampleEntry(PVFourCharCode handler, PVFormatDescriptionRef description, BRStringRef flavor,
+                      br::Ref<PVBlockBuffer>& entryOut);

@@ -1,0 +1,32 @@
+// Sample buffers on their way into a file's media data.
+#pragma once
+
+#include <kiv/atom_writer.h>
+#include <pevrin/buffer_queue.h>
+
+#include <bedra/ref.hpp>
+#include <cstdint>
+#include <vector>
+
+#include "movie_file.hpp"
+#include "progress.hpp"
+
+// Samples of a track go through a queue, in decoding order, and leave it as bytes of an 'mdat'.
+class MediaWriter {
+ public:
+  MediaWriter(const MovieFile& movie, uint64_t totalBytes, Progress& progress);
+
+  // Appends the data of samples of one track.
+  void append(KivAtomWriter& mdat, size_t track, const std::vector<MovieSample>& samples);
+  // Before the atom ends.
+  void flush(KivAtomWriter& mdat);
+
+ private:
+  void appendData(KivAtomWriter& mdat, PVSampleBufferRef sample);
+
+  std::vector<TrackSamples> tracks_;
+  br::Ref<PVBufferQueue> queue_;
+  std::vector<uint8_t> pending_;
+  uint64_t totalBytes_, doneBytes_ = 0;
+  Progress& progress_;
+};

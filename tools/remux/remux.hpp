@@ -1,0 +1,20 @@
+// pevrin remux: the samples of a movie in another file, not encoded anew.
+#pragma once
+
+#include <pevrin/time.h>
+
+#include <optional>
+#include <string>
+
+#include "inspect.hpp"
+
+struct RemuxOptions {
+  std::optional<PVTime> fragment;  // the least length of a fragment; without it there are none
+  bool fastStart = false;          // the header before the media data
+};
+
+// Says on standard error why not. kDamaged: the input is damaged, and nothing was written.
+ExitStatus remux(const std::string& input, const std::string& output, const RemuxOptions& options);
+
+// "2s", "500ms", "2.5s", "30000/1001": nothing for what is no positive time.
+std::optional<PVTime> parseLength(const std::string& text);
