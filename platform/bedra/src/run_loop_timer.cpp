@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include "src/clock_offset.hpp"
 #include "src/run_loop.hpp"
 
 namespace br {
@@ -39,16 +40,21 @@ std::unique_lock<std::mutex> BRRunLoopTimer::lockState() {
   }
 }
 
-// The calendar is read first: a thread that is held up between the two makes a timer late, never early.
+// Seconds and their fraction are converted apart, so that no digit of the date is lost.
 BRRunLoopTimer::Setting BRRunLoopTimer::settingOf(BRAbsoluteTime date) {
-  const double seconds = date - BRAbsoluteTimeGetCurrent();
-  const auto nowNs = static_cast<int64_t>(BRHostTimeGetUptimeNs());
-  if (!(seconds < 0)) {
-    const FireTime fire{date, br::timeAfterNs(nowNs, seconds)};
-    return {fire, fire};
-  }
-  const double pastNs = std::min(-seconds * 1e9, 4e18);
-  return {{date, nowNs - static_cast<int64_t>(pastNs)}, {date, nowNs}};
+  constexpr double kFarSeconds = 9e9;
+  if (!(date < kFarSeconds)) return {{date, kNeverNs}, {date, kNeverNs}};
+  const double wholeSeconds = std::floor(std::max(date, -kFarSeconds / 2));
+  const double fraction = date > wholeSeconds ? date - wholeSeconds : 0;
+  const br::ClockOffset clocks = br::readClockOffset();
+  const int64_t timeNs =
+      br::timeAfterNs(static_cast<int64_t>(wholeSeconds) * 1'000'000'000 - clocks.calendarAheadNs, fraction);
+  // what may be in the past needs to know how late it is
+  constexpr int64_t kNearNs = 20'000'000;
+  const int64_t fireNs = timeNs > clocks.lastTickNs + kNearNs
+                             ? timeNs
+                             : std::max(timeNs, static_cast<int64_t>(BRHostTimeGetUptimeNs()));
+  return {{date, timeNs}, {date, fireNs}};
 }
 
 int64_t BRRunLoopTimer::latestNs() const {

@@ -5,11 +5,31 @@
 
 #include <bedra/host_time.hpp>
 
+#include "src/clock_offset.hpp"
+
 namespace {
 
 constexpr int64_t kEpochUnixSeconds = 978307200;  // 2001-01-01 00:00:00 UTC
 
+int64_t nanosecondsOf(clockid_t clock) {
+  timespec now;
+  clock_gettime(clock, &now);
+  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
 }  // namespace
+
+// The coarse clocks show the last tick of the kernel's timekeeping, both the same one unless it comes between
+// the two readings. Of the fine clocks the second is always read a little after the first.
+br::ClockOffset br::readClockOffset() {
+  int64_t tickNs = nanosecondsOf(CLOCK_MONOTONIC_COARSE);
+  for (;;) {
+    const int64_t calendarNs = nanosecondsOf(CLOCK_REALTIME_COARSE) - kEpochUnixSeconds * 1'000'000'000;
+    const int64_t againNs = nanosecondsOf(CLOCK_MONOTONIC_COARSE);
+    if (againNs == tickNs) return {calendarNs - tickNs, tickNs};
+    tickNs = againNs;
+  }
+}
 
 BRAbsoluteTime BRAbsoluteTimeGetCurrent(void) {
   timespec now;
