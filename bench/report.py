@@ -39,6 +39,12 @@ AIMS = {
     ("AtomWalk1000", "Peer:GstByteReader"): 1.5,
     ("AtomWrite1000", "Peer:GstByteWriter"): 0.7,
     ("WorkQueuePostRun", "Peer:asio::strand"): 1.0,
+    ("RunLoopTimerLateP50", "Plain:timerfd"): 1.15,
+    ("RunLoopTimerLateP90", "Plain:timerfd"): 1.15,
+    ("TimerSourceLateP50", "Plain:timerfd"): 1.15,
+    ("TimerSourceLateP90", "Plain:timerfd"): 1.15,
+    ("RunLoopRearm10000", "Peer:asio::steady_timer"): 0.6,
+    ("TimerSourceRearm10000", "Peer:asio::steady_timer"): 0.6,
     ("BufferQueue", "Peer:std::priority_queue"): 1.0,
     ("BufferQueue", "Peer:GAsyncQueue"): 0.8,
     ("SimpleQueueOneThread", "Peer:boost::spsc_queue"): 1.2,
@@ -65,8 +71,9 @@ def medians(files):
         for row in rows:
             if row.get("run_type") == "iteration" and not row.get("error_occurred"):
                 family, what, *rest = row["run_name"].split("/")
-                real = "real_time" in rest
-                argument = "/".join(part for part in rest if part not in ("real_time", "process_time"))
+                real = "real_time" in rest or "manual_time" in rest
+                settings = ("real_time", "process_time", "manual_time", "iterations:1")
+                argument = "/".join(part for part in rest if part not in settings)
                 family = f"{family}[{argument}]" if argument else family
                 scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[row["time_unit"]]
                 times.setdefault(family, {}).setdefault(what, []).append(row["real_time" if real else "cpu_time"] * scale)
