@@ -3,8 +3,11 @@
 
 #include <bedra/string.h>
 
+#include <cmath>
+
 #include "clocks/clock.hpp"
 #include "clocks/sync_timebase.hpp"
+#include "clocks/sync_transform.hpp"
 #include "runtime/error.hpp"
 #include "runtime/twin.hpp"
 
@@ -17,6 +20,7 @@ PVTimebase::~PVTimebase() {
   pv::disconnect(link);
   pv::DroppedTimers dropped;
   runLoopTimers.removeAll(BRGetAllocator(this), &dropped);
+  timerSources.removeAll(BRGetAllocator(this), &dropped);
 }
 
 BRStringRef PVTimebase::copyDebugDescription() const {
@@ -76,17 +80,20 @@ void PVTimebase::findUltimateMasterClock(pv::ClockRef* oldClock) {
 }
 
 pv::TimebaseChange::~TimebaseChange() {
-  PVSyncTransform& transform = timebase_.transform;
-  timebase_.isInverseValid =
-      transform.rate != 0.0 && KivSyncInvertTransform(&transform, &timebase_.inverse) == kPVStatus_Success;
-  auto kind = ReadingKind::kByMaster;
-  if (timebase_.isReadOnly)
+  PVTimebase& t = timebase_;
+  const PVSyncTransform& transform = t.transform;
+  const bool isOnHost = isHostTimeClock(t.masterClock.get());
+  t.isInverseValid =
+      transform.rate != 0.0 && KivSyncInvertTransform(&transform, &t.inverse) == kPVStatus_Success;
+  t.leadsStraightToHost =
+      isOnHost && t.isInverseValid && !std::isnan(transform.rate) &&
+      KivSyncCombineTransforms(&kIdentityTransform, &t.inverse, &t.straightToHost) == kPVStatus_Success;
+  auto kind = isOnHost ? ReadingKind::kByHostTime : ReadingKind::kByMaster;
+  if (t.isReadOnly)
     kind = ReadingKind::kByTarget;
   else if (transform.rate == 0.0)
     kind = ReadingKind::kStanding;
-  else if (isHostTimeClock(timebase_.masterClock.get()))
-    kind = ReadingKind::kByHostTime;
-  timebase_.shared.end({kind, NsLine::make(transform), transform});
+  t.shared.end({kind, NsLine::make(transform), transform});
 }
 
 // ---- Creation

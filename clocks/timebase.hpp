@@ -86,8 +86,12 @@ struct PVTimebase : BRObject {
   PVSyncTransform transform{};  // from the master's time; its rate is the one that was set
   bool isInverseValid = false;
   PVSyncTransform inverse{};
+  // The transform to the host time clock, when that is the master and the timebase moves.
+  bool leadsStraightToHost = false;
+  PVSyncTransform straightToHost{};
   int32_t rateSign = 0;  // of the effective rate when last looked at
   pv::TimerTable runLoopTimers{pv::kRunLoopTimers};
+  pv::TimerTable timerSources{pv::kTimerSources};
 };
 
 namespace pv {
@@ -114,8 +118,24 @@ extern std::mutex topologyLock;
 // topologyLock.
 bool leadsTo(const PVTimebase* from, const PVTimebase* to);
 
-// The timebase itself, or what a view shows: the first of its targets that is not a view. Any may be asked.
+// The timebase itself, or what a view shows: the first of its targets that is not a view. With no mutex held.
 TimebaseRef copyTarget(PVTimebaseRef timebase);
+
+// function(that timebase), with its mutex held and those of the views on the way.
+template <class F>
+auto withTarget(PVTimebaseRef timebase, F function) {
+  std::lock_guard guard(timebase->mutex);
+  if (!timebase->isReadOnly) return function(*timebase);
+  return withTarget(timebase->target.get(), function);
+}
+
+struct TimeAndRate {
+  PVTime time = kPVTimeInvalid;
+  double rate = 0.0;
+};
+
+// What the timebase shows now, with the mutexes held from it to the top of the chain where they are needed.
+TimeAndRate readLocked(PVTimebaseRef timebase);
 
 // Missing parameter for null; for a view calls its callback and says that it is read-only.
 PVStatus checkWritable(PVTimebaseRef timebase);

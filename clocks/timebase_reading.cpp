@@ -15,14 +15,10 @@
 namespace {
 
 using pv::signalError;
+using pv::TimeAndRate;
 using pv::TimebaseRef;
 
 constexpr int kTries = 64;  // a change takes the time of a few dozen
-
-struct TimeAndRate {
-  PVTime time = kPVTimeInvalid;
-  double rate = 0.0;
-};
 
 PVTime neverRounded(PVTime time) {
   time.flags &= ~uint32_t{kPVTimeFlags_HasBeenRounded};
@@ -46,10 +42,6 @@ PVTime apply(const pv::SharedReading& shared, const pv::NsLine& line, const PVTi
   return neverRounded(KivSyncApplyTransform(&transform, masterTime));
 }
 
-PVTime timeOfMaster(PVClockRef clock, PVTimebaseRef master) {
-  return clock ? PVClockGetTime(clock) : PVTimebaseGetTime(master);
-}
-
 bool readStanding(const Attempt& attempt, TimeAndRate* result) {
   *result = {neverRounded(attempt.shared.transform().toAnchor), 0.0};
   return attempt.isGood();
@@ -68,42 +60,51 @@ bool readByMaster(const Attempt& attempt, PVTimebaseRef timebase, TimeAndRate* r
   const pv::ClockRef clock = timebase->masterClock;
   const TimebaseRef master = timebase->masterTimebase;
   lock.unlock();
-  const PVTime masterTime = timeOfMaster(clock.get(), master.get());
+  const PVTime masterTime = clock ? PVClockGetTime(clock.get()) : PVTimebaseGetTime(master.get());
   *result = {apply(attempt.shared, attempt.shared.line(), masterTime), attempt.shared.rate()};
   return attempt.isGood();
 }
 
-TimeAndRate readLocked(PVTimebaseRef timebase) {
-  std::lock_guard guard(timebase->mutex);
-  return {timebase->timeNow(), timebase->transform.rate};
+// Where no mutex is needed. False while a change is being made, and for those that need one.
+bool readUnlocked(PVTimebaseRef timebase, const Attempt& attempt, TimeAndRate* result) {
+  if (pv::SharedReading::isBeingChanged(attempt.sequence)) [[unlikely]]
+    return false;
+  switch (timebase->shared.kind()) {
+    case pv::ReadingKind::kByHostTime:
+      return readByHostTime(attempt, result);
+    case pv::ReadingKind::kStanding:
+      return readStanding(attempt, result);
+    default:
+      return false;
+  }
 }
 
 TimeAndRate read(PVTimebaseRef timebase) {
   TimeAndRate result;
+  if (timebase->isReadOnly) return read(pv::copyTarget(timebase).get());
   for (int i = 0; i < kTries; ++i) {
     const Attempt attempt{timebase->shared, timebase->shared.sequence()};
-    if (pv::SharedReading::isBeingChanged(attempt.sequence)) [[unlikely]]
+    if (readUnlocked(timebase, attempt, &result)) [[likely]]
+      return result;
+    if (pv::SharedReading::isBeingChanged(attempt.sequence) ||
+        attempt.shared.kind() != pv::ReadingKind::kByMaster)
       continue;
-    switch (attempt.shared.kind()) {
-      case pv::ReadingKind::kByHostTime:
-        if (readByHostTime(attempt, &result)) [[likely]]
-          return result;
-        break;
-      case pv::ReadingKind::kStanding:
-        if (readStanding(attempt, &result)) return result;
-        break;
-      case pv::ReadingKind::kByMaster:
-        if (readByMaster(attempt, timebase, &result)) return result;
-        i += kTries / 4;  // the mutex has been waited for
-        break;
-      case pv::ReadingKind::kByTarget:
-        return read(pv::copyTarget(timebase).get());
-    }
+    if (readByMaster(attempt, timebase, &result)) return result;
+    i += kTries / 4;  // the mutex has been waited for
   }
-  return readLocked(timebase);
+  return pv::readLocked(timebase);
 }
 
 }  // namespace
+
+TimeAndRate pv::readLocked(PVTimebaseRef timebase) {
+  TimeAndRate result;
+  const Attempt attempt{timebase->shared, timebase->shared.sequence()};
+  if (readUnlocked(timebase, attempt, &result)) return result;
+  return withTarget(timebase, [](PVTimebase& shown) {
+    return TimeAndRate{shown.timeNow(), shown.transform.rate};
+  });
+}
 
 // ---- Under the mutex
 
@@ -112,7 +113,9 @@ PVTime PVTimebase::timeAt(PVTime masterTime) const {
                                             : KivSyncApplyTransform(&transform, masterTime));
 }
 
-PVTime PVTimebase::masterTimeNow() const { return timeOfMaster(masterClock.get(), masterTimebase.get()); }
+PVTime PVTimebase::masterTimeNow() const {
+  return masterClock ? PVClockGetTime(masterClock.get()) : pv::readLocked(masterTimebase.get()).time;
+}
 
 // ---- Time and rate
 
@@ -139,9 +142,7 @@ double PVTimebaseGetRate(PVTimebaseRef timebase) {
     return 0.0;
   }
   if (!timebase->isReadOnly) return timebase->shared.rate();
-  const TimebaseRef shown = pv::copyTarget(timebase);
-  std::lock_guard guard(shown->mutex);
-  return shown->transform.rate;
+  return pv::withTarget(timebase, [](PVTimebase& shown) { return shown.transform.rate; });
 }
 PV_TWIN(KivTimebaseGetRate, PVTimebaseGetRate)
 
@@ -176,9 +177,7 @@ br::Ref<T> copyHeld(PVTimebaseRef timebase, br::Ref<T> PVTimebase::*member) {
     signalError(kPVTimebaseError_RequiredParameterMissing);
     return nullptr;
   }
-  const TimebaseRef shown = pv::copyTarget(timebase);
-  std::lock_guard guard(shown->mutex);
-  return (*shown).*member;
+  return pv::withTarget(timebase, [member](PVTimebase& shown) { return shown.*member; });
 }
 
 }  // namespace
@@ -200,10 +199,10 @@ BRTypeRef PVTimebaseCopyMaster(PVTimebaseRef timebase) {
     signalError(kPVTimebaseError_RequiredParameterMissing);
     return nullptr;
   }
-  const TimebaseRef shown = pv::copyTarget(timebase);
-  std::lock_guard guard(shown->mutex);
-  return BRRetain(shown->masterTimebase ? static_cast<BRTypeRef>(shown->masterTimebase.get())
-                                        : shown->masterClock.get());
+  return pv::withTarget(timebase, [](PVTimebase& shown) {
+    return BRRetain(shown.masterTimebase ? static_cast<BRTypeRef>(shown.masterTimebase.get())
+                                         : shown.masterClock.get());
+  });
 }
 
 BRTypeRef PVTimebaseGetMaster(PVTimebaseRef timebase) {
@@ -231,9 +230,9 @@ PVClockRef KivTimebaseCopyUltimateMasterClockAndHeight(PVTimebaseRef timebase, i
     signalError(kPVTimebaseError_RequiredParameterMissing);
     return nullptr;
   }
-  const TimebaseRef shown = pv::copyTarget(timebase);
-  std::lock_guard guard(shown->mutex);
-  pv::ClockRef clock = shown->ultimateMasterClock;
-  if (heightOut && clock) *heightOut = shown->height;
-  return clock.detach();
+  return pv::withTarget(timebase, [heightOut](PVTimebase& shown) {
+    pv::ClockRef clock = shown.ultimateMasterClock;
+    if (heightOut && clock) *heightOut = shown.height;
+    return clock.detach();
+  });
 }

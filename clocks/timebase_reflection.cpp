@@ -72,7 +72,7 @@ PVStatus replaceTarget(PVTimebaseRef view, PVTimebaseRef newTarget, Retargeting*
     change->oldTarget = std::exchange(view->target, TimebaseRef::retain(newTarget));
   }
   topology.unlock();
-  change->newTime = PVTimebaseGetTime(newTarget);
+  change->newTime = pv::readLocked(view).time;
   rescheduleForTarget(view, after, change);
   return kPVStatus_Success;
 }
@@ -90,7 +90,7 @@ void pv::targetPosted(PVTimebaseRef view, const TimebaseLink* link, BRStringRef 
     if (view->link.get() != link) return;
     if (timeJumped || rateChanged || masterDidChange) {
       PVTime eventTime = eventTimeOf(payload);
-      if (!PVTimeIsValid(eventTime)) eventTime = PVTimebaseGetTime(view->target.get());
+      if (!PVTimeIsValid(eventTime)) eventTime = readLocked(view).time;
       const bool sameDirection =
           masterDidChange || (view->updateRateSign(PVTimebaseGetEffectiveRate(view)) && !timeJumped);
       view->reschedule(sameDirection ? Reschedule::kSameDirection : Reschedule::kTimeJumped, eventTime,

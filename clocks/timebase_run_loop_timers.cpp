@@ -1,6 +1,7 @@
 // Run-loop timers of timebases. The run loop wakes by itself when a date changes.
 #include <cmath>
 
+#include "clocks/clock.hpp"
 #include "clocks/timebase.hpp"
 #include "runtime/error.hpp"
 #include "runtime/twin.hpp"
@@ -16,8 +17,10 @@ BRRunLoopTimerRef asTimer(BRTypeRef timer) {
   return static_cast<BRRunLoopTimerRef>(const_cast<void*>(timer));
 }
 
-void fireAt(BRTypeRef timer, const pv::FireDate& date, const pv::TimerMoment& moment) {
-  const BRAbsoluteTime fireDate = moment.absoluteNow + PVTimeGetSeconds(date.afterHostNow);
+void fireAt(BRTypeRef timer, const pv::FireDate& date) {
+  const PVTime hostNow = pv::hostTimeNow();
+  const BRAbsoluteTime fireDate =
+      BRAbsoluteTimeGetCurrent() + PVTimeGetSeconds(PVTimeSubtract(date.hostTime, hostNow));
   BRRunLoopTimerSetNextFireDate(asTimer(timer), std::isnan(fireDate) ? kFarFuture : fireDate);
 }
 

@@ -7,6 +7,7 @@
 
 #include <new>
 
+#include "clocks/clock.hpp"
 #include "clocks/timebase.hpp"
 #include "runtime/error.hpp"
 
@@ -103,12 +104,40 @@ void TimerTable::removeAll(BRAllocatorRef allocator, DroppedTimers* dropped) {
 
 // ---- Dates
 
+namespace {
+
+// On the host time clock it is at hand.
+void findHost(PVTimebaseRef timebase, TimerMoment* moment) {
+  if (timebase->leadsStraightToHost) {
+    moment->effectiveRate = timebase->transform.rate;
+    moment->leadsToHost = true;
+    moment->toHost = timebase->straightToHost;
+    return;
+  }
+  moment->effectiveRate = PVTimebaseGetEffectiveRate(timebase);
+  if (moment->effectiveRate == 0.0) return;
+  moment->leadsToHost = getTransformToHost(timebase, &moment->toHost) == kPVStatus_Success;
+}
+
+}  // namespace
+
 TimerMoment pv::timerMoment(PVTimebaseRef timebase, Reschedule why, PVTime timebaseNow) {
-  TimerMoment moment{why, timebaseNow, PVTimebaseGetEffectiveRate(timebase)};
-  if (moment.effectiveRate == 0.0) return moment;
-  moment.transformStatus = getTransformToHost(timebase, &moment.toHost);
-  moment.hostNow = PVClockGetTime(PVClockGetHostTimeClock());
-  moment.absoluteNow = BRAbsoluteTimeGetCurrent();
+  TimerMoment moment;
+  moment.why = why;
+  moment.hasTimebaseNow = true;
+  moment.timebaseNow = timebaseNow;
+  findHost(timebase, &moment);
+  return moment;
+}
+
+// A timer that has just been set fires even if its time has passed, so only a clock that says one thing and
+// leads to another makes a difference: the host time clock is not asked.
+TimerMoment pv::timerMomentNow(PVTimebaseRef timebase) {
+  TimerMoment moment;
+  moment.why = Reschedule::kFireTimeSet;
+  findHost(timebase, &moment);
+  moment.hasTimebaseNow = !timebase->leadsStraightToHost;
+  if (moment.hasTimebaseNow) moment.timebaseNow = readLocked(timebase).time;
   return moment;
 }
 
@@ -117,15 +146,14 @@ void TimerTable::scheduleOne(const TimerEntry& entry, const TimerMoment& moment)
   const bool isScheduled = PVTimeIsNumeric(entry.fireTime) && entry.fireTime.timescale >= 1;
   if (!isScheduled || moment.effectiveRate == 0.0) return kind.park(timer);
   const PVTime fireTime = inFinerTimescale(entry.fireTime);
-  const bool passed = hasPassed(fireTime, moment);
+  const bool passed = moment.hasTimebaseNow && hasPassed(fireTime, moment);
   if (passed && !(entry.flags & kPVTimebaseTimerFlag_FireEvenIfPassed)) {
     if (moment.why == Reschedule::kTimeJumped) return kind.park(timer);
     if (moment.why == Reschedule::kSameDirection) return;
   }
-  const PVTime hostFire = moment.transformStatus == kPVStatus_Success
-                              ? KivSyncApplyTransform(&moment.toHost, fireTime)
-                              : kPVTimeInvalid;
-  kind.fireAt(timer, {PVTimeSubtract(hostFire, moment.hostNow), passed}, moment);
+  const PVTime hostFire =
+      moment.leadsToHost ? KivSyncApplyTransform(&moment.toHost, fireTime) : kPVTimeInvalid;
+  kind.fireAt(timer, {hostFire, passed});
 }
 
 void TimerTable::schedule(const TimerMoment& moment, BRAllocatorRef allocator, DroppedTimers* dropped) {
@@ -139,10 +167,11 @@ void TimerTable::schedule(const TimerMoment& moment, BRAllocatorRef allocator, D
 }
 
 void PVTimebase::reschedule(pv::Reschedule why, PVTime timebaseNow, pv::DroppedTimers* dropped) {
-  if (runLoopTimers.isEmpty()) return;
+  if (runLoopTimers.isEmpty() && timerSources.isEmpty()) return;
   const TimerMoment moment = pv::timerMoment(this, why, timebaseNow);
   const BRAllocatorRef allocator = BRGetAllocator(this);
   runLoopTimers.schedule(moment, allocator, dropped);
+  timerSources.schedule(moment, allocator, dropped);
 }
 
 // ---- What both kinds do
@@ -179,7 +208,7 @@ PVStatus pv::setTimerFireTime(PVTimebaseRef timebase, TimerTable& table, BRTypeR
   entry->fireTime = fireTime;
   entry->flags = flags;
   entry->firesImmediately = false;
-  table.scheduleOne(*entry, timerMoment(timebase, Reschedule::kFireTimeSet, PVTimebaseGetTime(timebase)));
+  table.scheduleOne(*entry, timerMomentNow(timebase));
   return kPVStatus_Success;
 }
 

@@ -33,22 +33,20 @@ struct TimerEntry {
   bool firesImmediately = false;  // until a fire time is set, no change touches it
 };
 
-// When one change of one timebase finds it, and how its timeline lies to the host's: the same for all its
-// timers.
+// What all timers of a timebase share when their dates are set.
 struct TimerMoment {
-  Reschedule why;
-  PVTime timebaseNow;
+  Reschedule why = Reschedule::kTimeJumped;
   double effectiveRate = 0.0;
-  PVStatus transformStatus = 0;
+  bool hasTimebaseNow = false;  // else a date in the past says as well that a timer's time has passed
+  PVTime timebaseNow = kPVTimeInvalid;
+  bool leadsToHost = false;
   PVSyncTransform toHost{};
-  PVTime hostNow{};
-  BRAbsoluteTime absoluteNow = 0.0;
 };
 
 // When a timer is to fire.
 struct FireDate {
-  PVTime afterHostNow;  // may be negative, or no number
-  bool hasPassed;       // seen on the timebase's timeline
+  PVTime hostTime;  // or no number
+  bool hasPassed;   // seen on the timebase's timeline
 };
 
 // The operations in which the two kinds of timers differ.
@@ -56,9 +54,10 @@ struct TimerKind {
   bool (*isUsable)(BRTypeRef timer);
   void (*park)(BRTypeRef timer);
   void (*fireNow)(BRTypeRef timer);
-  void (*fireAt)(BRTypeRef timer, const FireDate& date, const TimerMoment& moment);
+  void (*fireAt)(BRTypeRef timer, const FireDate& date);
 };
 extern const TimerKind kRunLoopTimers;
+extern const TimerKind kTimerSources;
 
 class DroppedTimers {
  public:
@@ -98,8 +97,11 @@ class TimerTable {
   TimerEntry* first_ = nullptr;
 };
 
-// Reads the moment. Under the timebase's mutex.
+// Under the timebase's mutex, and so that a timer's time counts as passed when it is before or behind
+// timebaseNow.
 TimerMoment timerMoment(PVTimebaseRef timebase, Reschedule why, PVTime timebaseNow);
+// For a timer whose time the program has just set.
+TimerMoment timerMomentNow(PVTimebaseRef timebase);
 
 // What the public functions of both kinds do once their arguments are there; `table` is one of the
 // timebase's.

@@ -8,42 +8,33 @@
 namespace {
 
 using pv::signalError;
-using pv::TimebaseRef;
 
 constexpr int64_t kToTheEnd = std::numeric_limits<int64_t>::max();
 
-// One timebase's transform; `masterOut` is its master timebase, if any.
-PVStatus getLink(const TimebaseRef& timebase, KivSyncDirection direction, PVSyncTransform* linkOut,
-                 TimebaseRef* masterOut) {
-  std::lock_guard guard(timebase->mutex);
-  *masterOut = timebase->masterTimebase;
-  if (direction == kKivSyncDirection_ToReference) return timebase->getInverse(linkOut);
-  *linkOut = timebase->transform;
+PVStatus getLink(PVTimebase& timebase, KivSyncDirection direction, PVSyncTransform* linkOut) {
+  if (direction == kKivSyncDirection_ToReference) return timebase.getInverse(linkOut);
+  *linkOut = timebase.transform;
   return kPVStatus_Success;
 }
 
-// Composes the transforms of as many links of the chain, or of all.
+// Composes the transforms of as many links of the chain, or of all, with what has been composed below.
 PVStatus compose(PVTimebaseRef timebase, int64_t links, KivSyncDirection direction,
-                 PVSyncTransform* transformOut) {
-  PVSyncTransform running = pv::kIdentityTransform;
-  TimebaseRef node = pv::copyTarget(timebase);
-  for (int64_t i = 0; i < links; ++i) {
-    if (!node) {
-      if (links != kToTheEnd) return signalError(kPVTimebaseError_InvalidParameter);
-      break;
-    }
+                 const PVSyncTransform& running, PVSyncTransform* transformOut) {
+  return pv::withTarget(timebase, [&](PVTimebase& shown) {
     PVSyncTransform link, longer;
-    TimebaseRef master;
-    if (PVStatus status = getLink(node, direction, &link, &master)) return status;
+    if (PVStatus status = getLink(shown, direction, &link)) return status;
     const bool isDownward = direction != kKivSyncDirection_ToReference;
     if (PVStatus status =
             KivSyncCombineTransforms(isDownward ? &link : &running, isDownward ? &running : &link, &longer))
       return status;
-    running = longer;
-    node = pv::copyTarget(master.get());
-  }
-  *transformOut = running;
-  return kPVStatus_Success;
+    PVTimebaseRef master = shown.masterTimebase.get();
+    if (links == 1 || (links == kToTheEnd && !master)) {
+      *transformOut = longer;
+      return PVStatus{kPVStatus_Success};
+    }
+    if (!master) return signalError(kPVTimebaseError_InvalidParameter);
+    return compose(master, links == kToTheEnd ? kToTheEnd : links - 1, direction, longer, transformOut);
+  });
 }
 
 }  // namespace
@@ -61,20 +52,19 @@ PVStatus PVTimebase::getInverse(PVSyncTransform* inverseOut) {
 PVStatus KivTimebaseGetTransformRelativeToMaster(PVTimebaseRef timebase, KivSyncDirection direction,
                                                  PVSyncTransform* transformOut) {
   if (!timebase || !transformOut) return signalError(kPVTimebaseError_RequiredParameterMissing);
-  TimebaseRef master;
-  return getLink(pv::copyTarget(timebase), direction, transformOut, &master);
+  return pv::withTarget(timebase, [&](PVTimebase& shown) { return getLink(shown, direction, transformOut); });
 }
 
 PVStatus KivTimebaseGetTransformRelativeToUltimateMasterClock(PVTimebaseRef timebase,
                                                               KivSyncDirection direction,
                                                               PVSyncTransform* transformOut) {
   if (!timebase || !transformOut) return signalError(kPVTimebaseError_RequiredParameterMissing);
-  return compose(timebase, kToTheEnd, direction, transformOut);
+  return compose(timebase, kToTheEnd, direction, pv::kIdentityTransform, transformOut);
 }
 
 PVStatus KivTimebaseGetTransformRelativeToMasterAtHeight(PVTimebaseRef timebase, int64_t height,
                                                          KivSyncDirection direction,
                                                          PVSyncTransform* transformOut) {
   if (!timebase || height < 1 || !transformOut) return signalError(kPVTimebaseError_RequiredParameterMissing);
-  return compose(timebase, height, direction, transformOut);
+  return compose(timebase, height, direction, pv::kIdentityTransform, transformOut);
 }

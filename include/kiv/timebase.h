@@ -87,6 +87,12 @@ PV_EXPORT PVStatus KivTimebaseRemoveTimer(PVTimebaseRef timebase, BRRunLoopTimer
 PV_EXPORT PVStatus KivTimebaseSetTimerNextFireTime(PVTimebaseRef timebase, BRRunLoopTimerRef timer, PVTime fireTime,
                                                    PVTimebaseTimerFlags flags);
 PV_EXPORT PVStatus KivTimebaseSetTimerToFireImmediately(PVTimebaseRef timebase, BRRunLoopTimerRef timer);
+PV_EXPORT PVStatus KivTimebaseAddTimerDispatchSource(PVTimebaseRef timebase, BRTimerSourceRef source);
+PV_EXPORT PVStatus KivTimebaseRemoveTimerDispatchSource(PVTimebaseRef timebase, BRTimerSourceRef source);
+PV_EXPORT PVStatus KivTimebaseSetTimerDispatchSourceNextFireTime(PVTimebaseRef timebase, BRTimerSourceRef source,
+                                                                 PVTime fireTime, PVTimebaseTimerFlags flags);
+PV_EXPORT PVStatus KivTimebaseSetTimerDispatchSourceToFireImmediately(PVTimebaseRef timebase,
+                                                                      BRTimerSourceRef source);
 
 PV_END_DECLS
 

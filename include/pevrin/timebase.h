@@ -33,7 +33,7 @@
  * reader sees a timebase before or after a change, never in the middle; a time that is read while the timebase is being
  * stopped is never later than the time at which it then stands. Reading the time of a timebase on the host time clock
  * takes no lock and makes no system call. Where a derived clock is asked for its time during a change, its callback
- * runs with the timebase locked.
+ * runs with the timebase locked, and must not change masters or targets.
  *
  * A timebase retains its master (a view its target), so the end of a chain lives as long as what hangs on it; a master
  * does not know its followers.

@@ -1,9 +1,9 @@
 /* Timers of a timebase: to be called when a timebase (<pevrin/timebase.h>) reaches a time on its own timeline.
  *
- * The program makes a run-loop timer (<bedra/run_loop.h>) and hands it to the timebase with the time to fire at. The
- * timebase sets the timer's date, and sets it anew whenever its rate, its time or its master changes; it fires nothing
- * itself. So the callback runs on the run loop that the program chose, with no lock held, and sets the next time if it
- * wants to be called again.
+ * The program makes a platform timer, a run-loop timer (<bedra/run_loop.h>) or a timer source of a work queue
+ * (<bedra/timer_source.h>), and hands it to the timebase with the time to fire at. The timebase sets the timer's date,
+ * and sets it anew whenever its rate, its time or its master changes; it fires nothing itself. So the callback runs
+ * where the program has put the timer, with no lock held, and sets the next time if it wants to be called again.
  *
  *   static void showNext(BRRunLoopTimerRef timer, void *player) {
  *     playerShowFrame((Player *)player);
@@ -37,6 +37,7 @@
 #define PEVRIN_TIMEBASE_TIMER_H
 
 #include <bedra/run_loop.h>
+#include <bedra/timer_source.h>
 #include <pevrin/timebase.h>
 
 PV_BEGIN_DECLS
@@ -67,6 +68,22 @@ PV_EXPORT PVStatus PVTimebaseSetTimerNextFireTime(PVTimebaseRef timebase, BRRunL
 /* Has the timer fire now, whatever the timebase does; no change moves it until a fire time is set.
  * InvalidParameter as above. */
 PV_EXPORT PVStatus PVTimebaseSetTimerToFireImmediately(PVTimebaseRef timebase, BRRunLoopTimerRef timer);
+
+/* ---- Timer sources of work queues: the same, to the nanosecond of the host time clock, and with no leeway. */
+
+/* InvalidParameter: the source is cancelled; AllocationFailed. A source that was added already: success, and nothing
+ * happens. */
+PV_EXPORT PVStatus PVTimebaseAddTimerDispatchSource(PVTimebaseRef timebase, BRTimerSourceRef source);
+
+/* InvalidParameter: it was not added. */
+PV_EXPORT PVStatus PVTimebaseRemoveTimerDispatchSource(PVTimebaseRef timebase, BRTimerSourceRef source);
+
+/* InvalidParameter: it was not added, or is cancelled and thereby removed. */
+PV_EXPORT PVStatus PVTimebaseSetTimerDispatchSourceNextFireTime(PVTimebaseRef timebase, BRTimerSourceRef source,
+                                                                PVTime fireTime, PVTimebaseTimerFlags flags);
+
+/* InvalidParameter as above. */
+PV_EXPORT PVStatus PVTimebaseSetTimerDispatchSourceToFireImmediately(PVTimebaseRef timebase, BRTimerSourceRef source);
 
 PV_END_DECLS
 

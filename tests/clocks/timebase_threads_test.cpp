@@ -1,4 +1,5 @@
 #include <bedra/run_loop.h>
+#include <bedra/timer_source.h>
 #include <bedra/work_queue.h>
 #include <array>
 #include <chrono>
@@ -179,6 +180,21 @@ void runLoopTimers(Playground& ground, std::minstd_rand& random) {
   BRRunLoopTimerInvalidate(timer.get());
 }
 
+void timerSources(Playground& ground, std::minstd_rand& random, BRWorkQueueRef queue) {
+  auto fired = [](BRTimerSourceRef, uint64_t, void* info) { ++*static_cast<std::atomic<int>*>(info); };
+  const BRTimerSourceContext context{0, &ground.fired, nullptr, nullptr, nullptr};
+  const auto source = br::Ref<BRTimerSource>::adopt(BRTimerSourceCreate(nullptr, queue, fired, &context));
+  PVTimebaseRef timebase = ground.anyOrView(random);
+  ASSERT_EQ(PVTimebaseAddTimerDispatchSource(timebase, source.get()), 0);
+  for (int i = 0; i < 3; ++i) {
+    PVTimebaseSetTimerDispatchSourceNextFireTime(timebase, source.get(), PVTimebaseGetTime(timebase),
+                                                 random() % 2);
+    std::this_thread::yield();
+  }
+  if (random() % 2) PVTimebaseRemoveTimerDispatchSource(timebase, source.get());
+  BRTimerSourceCancel(source.get());
+}
+
 TEST(TimebaseThreads, ChainsAreReadWrittenRehungAndTimedAtOnce) {
   Playground ground;
   const auto queue = br::Ref<BRWorkQueue>::adopt(BRWorkQueueCreate(nullptr, "org.example.timers"));
@@ -193,6 +209,7 @@ TEST(TimebaseThreads, ChainsAreReadWrittenRehungAndTimedAtOnce) {
   threads.add([&](auto& random) { changeMasters(ground, random); });
   threads.add([&](auto& random) { comeAndGo(ground, random); });
   threads.add([&](auto& random) { runLoopTimers(ground, random); });
+  threads.add([&](auto& random) { timerSources(ground, random, queue.get()); });
   threads.runFor(std::chrono::milliseconds(2500));
   PVNotificationCenterRemoveListener(center, &ground, writeBack, nullptr, ground.chain[2].get());
   EXPECT_GT(ground.fired, 0);

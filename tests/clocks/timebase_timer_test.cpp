@@ -1,4 +1,6 @@
 #include <bedra/run_loop.h>
+#include <bedra/timer_source.h>
+#include <bedra/work_queue.h>
 #include <cmath>
 #include <thread>
 
@@ -9,6 +11,7 @@ namespace {
 
 using namespace test;
 using TimerRef = br::Ref<BRRunLoopTimer>;
+using SourceRef = br::Ref<BRTimerSource>;
 
 constexpr double kDay = 86'400.0;
 constexpr double kFarFuture = 8'073'216'000.0;
@@ -147,17 +150,92 @@ TEST(TimebaseTimer, IsReleasedWhereItsEndMayWrite) {
   timebase = nullptr;
 }
 
+// ---- Timer sources
+
+struct Queue {
+  Queue() : queue(br::Ref<BRWorkQueue>::adopt(BRWorkQueueCreate(nullptr, "org.example.timers"))) {}
+  SourceRef makeSource() {
+    auto fired = [](BRTimerSourceRef, uint64_t, void* info) {
+      ++static_cast<Queue*>(info)->calls;
+      static_cast<Queue*>(info)->calls.notify_all();
+    };
+    const BRTimerSourceContext context{0, this, nullptr, nullptr, nullptr};
+    return SourceRef::adopt(BRTimerSourceCreate(nullptr, queue.get(), fired, &context));
+  }
+  void waitFor(int count) {
+    for (int now = calls; now < count; now = calls) calls.wait(now);
+  }
+  br::Ref<BRWorkQueue> queue;
+  std::atomic<int> calls{0};
+};
+
+TEST(TimebaseTimerSource, ChecksWhatItIsGiven) {
+  FakeClock clock;
+  const Timebase timebase = onClock(clock);
+  PVTimebaseRef t = timebase.get();
+  Queue queue;
+  const SourceRef source = queue.makeSource();
+  EXPECT_EQ(PVTimebaseAddTimerDispatchSource(t, nullptr), -12748);
+  EXPECT_EQ(PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), kPVTimeZero, 0), -12749);
+  EXPECT_EQ(PVTimebaseSetTimerDispatchSourceToFireImmediately(t, source.get()), -12749);
+  EXPECT_EQ(PVTimebaseRemoveTimerDispatchSource(t, source.get()), -12749);
+  EXPECT_EQ(PVTimebaseAddTimerDispatchSource(t, source.get()), 0);
+  EXPECT_EQ(PVTimebaseAddTimerDispatchSource(t, source.get()), 0);
+  EXPECT_EQ(PVTimebaseRemoveTimerDispatchSource(t, source.get()), 0);
+  EXPECT_EQ(PVTimebaseAddTimerDispatchSource(t, source.get()), 0);
+  BRTimerSourceCancel(source.get());
+  EXPECT_EQ(PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), kPVTimeZero, 0), -12749);
+  EXPECT_EQ(PVTimebaseAddTimerDispatchSource(t, source.get()), -12749);
+}
+
+TEST(TimebaseTimerSource, FiresWhenTheTimelineSaysAndNotBefore) {
+  const Timebase timebase = onClock(PVClockGetHostTimeClock());
+  PVTimebaseRef t = timebase.get();
+  PVTimebaseSetRate(t, 3.0);
+  Queue queue;
+  const SourceRef source = queue.makeSource();
+  ASSERT_EQ(PVTimebaseAddTimerDispatchSource(t, source.get()), 0);
+  const PVTime fire = PVTimeAdd(PVTimebaseGetTime(t), PVTimeMake(30, 1000));
+  ASSERT_EQ(PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), fire, 0), 0);
+  queue.waitFor(1);
+  EXPECT_GE(PVTimeCompare(PVTimebaseGetTime(t), PVTimeSubtract(fire, ns(3))), 0);
+  ASSERT_EQ(PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), kPVTimeZero, 0),
+            0);  // passed: at once
+  queue.waitFor(2);
+  ASSERT_EQ(PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), seconds(9), 0), 0);
+  PVTimebaseSetTime(t, PVTimeSubtract(seconds(9), PVTimeMake(1, 100)));
+  queue.waitFor(3);
+  ASSERT_EQ(PVTimebaseSetTimerDispatchSourceToFireImmediately(t, source.get()), 0);
+  queue.waitFor(4);
+  // Parked ones stay quiet: at rate 0, without a number, removed.
+  PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), kPVTimeIndefinite, 0);
+  PVTimebaseSetRate(t, 0.0);
+  PVTimebaseSetTimerDispatchSourceNextFireTime(t, source.get(), kPVTimeZero, 1);
+  PVTimebaseRemoveTimerDispatchSource(t, source.get());
+  PVTimebaseSetRate(t, 1.0);
+  BRWorkQueueSync(
+      queue.queue.get(), [](void*) {}, nullptr);
+  EXPECT_EQ(queue.calls, 4);
+  BRTimerSourceCancel(source.get());
+}
+
 TEST(TimebaseTimer, RunsOutOfMemoryAtEveryRequest) {
   FakeClock clock;
+  Queue queue;
   const TimerRef timer = makeTimer();
-  walkAllocationFailures([&](BRAllocatorRef allocator) {
-    Timebase timebase;
-    if (PVTimebaseCreateWithMasterClock(allocator, clock, timebase.out())) return Outcome::kOutOfMemory;
-    const PVStatus status = PVTimebaseAddTimer(timebase.get(), timer.get(), BRRunLoopGetCurrent());
-    EXPECT_TRUE(status == 0 || status == -12750) << status;
-    return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
-  });
+  const SourceRef source = queue.makeSource();
+  for (const bool isSource : {false, true})
+    walkAllocationFailures([&](BRAllocatorRef allocator) {
+      Timebase timebase;
+      if (PVTimebaseCreateWithMasterClock(allocator, clock, timebase.out())) return Outcome::kOutOfMemory;
+      const PVStatus status = isSource
+                                  ? PVTimebaseAddTimerDispatchSource(timebase.get(), source.get())
+                                  : PVTimebaseAddTimer(timebase.get(), timer.get(), BRRunLoopGetCurrent());
+      EXPECT_TRUE(status == 0 || status == -12750) << status;
+      return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
+    });
   BRRunLoopTimerInvalidate(timer.get());
+  BRTimerSourceCancel(source.get());
 }
 
 }  // namespace
