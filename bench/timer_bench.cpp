@@ -1,9 +1,9 @@
-// Timers of both kinds beside a bare timer of the kernel, Asio's and GLib's: how late they are called, and what moving
-// one of many costs.
+// Timers of both kinds beside a bare timer of the kernel, Asio's and GLib's: how late they are called, and
+// what moving one of many costs.
 //
-// Lateness depends on what else the machine does, so that all are measured in turns: in a round each of them is set
-// some times in a row, again and again, and every row of the round reads its percentile from it. The time of such a
-// row is a lateness.
+// Lateness depends on what else the machine does, so that all are measured in turns: in a round each of them
+// is set some times in a row, again and again, and every row of the round reads its percentile from it. The
+// time of such a row is a lateness.
 #include <bedra/bedra.h>
 #include <benchmark/benchmark.h>
 #include <sys/timerfd.h>
@@ -111,7 +111,8 @@ int64_t lateGlib(int64_t delayNs) {
 }
 #endif
 
-// ---- Rows of waits, each begun when the one before has ended. The first is not counted: it finds cold caches.
+// ---- Rows of waits, each begun when the one before has ended. The first is not counted: it finds cold
+// caches.
 
 constexpr int kWaitsInARow = 10;
 
@@ -249,7 +250,8 @@ void RunLoopRearmOurs(benchmark::State& state) {
   std::vector<BRRunLoopTimerRef> timers(kTimers);
   const double base = BRAbsoluteTimeGetCurrent() + 100;
   for (auto& timer : timers) {
-    timer = BRRunLoopTimerCreate(nullptr, base, 86400, [](BRRunLoopTimerRef, void*) {}, nullptr);
+    timer = BRRunLoopTimerCreate(
+        nullptr, base, 86400, [](BRRunLoopTimerRef, void*) {}, nullptr);
     BRRunLoopAddTimer(BRRunLoopGetCurrent(), timer, kBRRunLoopDefaultMode);
   }
   Moves moves;
@@ -269,7 +271,8 @@ void TimerSourceRearmOurs(benchmark::State& state) {
   std::vector<BRTimerSourceRef> sources(kTimers);
   const int64_t base = nowNs();
   for (auto& source : sources) {
-    source = BRTimerSourceCreate(nullptr, queue, [](BRTimerSourceRef, uint64_t, void*) {}, nullptr);
+    source = BRTimerSourceCreate(
+        nullptr, queue, [](BRTimerSourceRef, uint64_t, void*) {}, nullptr);
     BRTimerSourceSetTimer(source, static_cast<uint64_t>(base + 100'000'000'000), 0, 0);
   }
   Moves moves;

@@ -142,8 +142,10 @@ void BRRunLoop::waitUntil(std::unique_lock<std::mutex>& held, RunLoopMode* mode,
   if (polledMode) watchPolledMode();
 }
 
+// Always sets the descriptor, so that a program that polls for edges gets one for what is left.
 void BRRunLoop::watchPolledMode() {
   const br::TimerNode* first = polledMode->timers.first();
+  readableFromNs = kUnknownNs;
   setDescriptor(isStopRequested ? 0 : first ? first->timeNs : kNeverNs);
 }
 
@@ -213,6 +215,17 @@ void BRRunLoop::end() {
   }
 }
 
+namespace {
+
+BRRunLoopResult runCurrentLoop(BRStringRef mode, int64_t deadlineNs, bool returnAfterSourceHandled) {
+  auto loop = br::Ref<BRRunLoop>::retain(BRRunLoopGetCurrent());
+  if (!loop || !mode) return kBRRunLoopFinished;
+  std::unique_lock held(loop->lock);
+  return loop->run(held, mode, deadlineNs, returnAfterSourceHandled);
+}
+
+}  // namespace
+
 extern "C" {
 constinit const BRStringRef kBRRunLoopDefaultMode = "kBRRunLoopDefaultMode"_br;
 }
@@ -228,13 +241,13 @@ BRRunLoopRef BRRunLoopGetCurrent(void) {
 }
 
 BRRunLoopResult BRRunLoopRunInMode(BRStringRef mode, double seconds, bool returnAfterSourceHandled) {
-  auto loop = br::Ref<BRRunLoop>::retain(BRRunLoopGetCurrent());
-  if (!loop || !mode) return kBRRunLoopFinished;
   const int64_t deadlineNs = std::isnan(seconds) ? 0 : br::timeAfterNs(nowMonotonicNs(), seconds);
-  std::unique_lock held(loop->lock);
-  const BRRunLoopResult result = loop->run(held, mode, deadlineNs, returnAfterSourceHandled);
-  held.unlock();
-  return result;
+  return runCurrentLoop(mode, deadlineNs, returnAfterSourceHandled);
+}
+
+BRRunLoopResult BRRunLoopRunUntilDate(BRStringRef mode, BRAbsoluteTime date) {
+  const int64_t deadlineNs = std::isnan(date) ? 0 : BRRunLoopTimer::settingOf(date).fire.timeNs;
+  return runCurrentLoop(mode, deadlineNs, false);
 }
 
 int BRRunLoopGetPollDescriptor(BRRunLoopRef loop) {

@@ -4,6 +4,9 @@
 #include <bedra/ref.hpp>
 
 #include <poll.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cmath>
@@ -108,6 +111,8 @@ TEST(RunLoop, ResultsOfARun) {
   EXPECT_EQ(run(0), kBRRunLoopTimedOut);
   EXPECT_EQ(run(0.001), kBRRunLoopTimedOut);
   EXPECT_EQ(run(std::nan("")), kBRRunLoopTimedOut);
+  for (double date : {0.0, BRAbsoluteTimeGetCurrent() + 0.001, std::nan("")})
+    EXPECT_EQ(BRRunLoopRunUntilDate(kBRRunLoopDefaultMode, date), kBRRunLoopTimedOut);
   add(first);
   add(second);
   EXPECT_EQ(run(0, true), kBRRunLoopHandledSource);
@@ -348,6 +353,19 @@ TEST(RunLoop, DescriptorIsReadableWhenThereIsSomethingToDispatch) {
       .join();
 }
 
+TEST(RunLoop, AThreadHasNoLoopWhileDescriptorsAreOut) {
+  std::thread([] {
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ(current(), nullptr);
+    EXPECT_EQ(run(INFINITY), kBRRunLoopFinished);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_NE(current(), nullptr);
+  }).join();
+}
+
 TEST(RunLoopThreads, OnlyALoopsOwnThreadDispatchesAndItsEndClosesTheDescriptor) {
   br::Ref<BRRunLoop> loop;
   std::thread([&] {
@@ -405,10 +423,14 @@ TEST(RunLoopThreads, NoWakeUpIsLostWhileTheLoopRuns) {
   expectNoWakeUpIsLost([] { EXPECT_EQ(run(INFINITY), kBRRunLoopStopped); });
 }
 
-TEST(RunLoopThreads, NoWakeUpIsLostWhileTheProgramPolls) {
+TEST(RunLoopThreads, NoWakeUpIsLostWhileTheProgramPollsForEdges) {
   expectNoWakeUpIsLost([] {
-    while (isReadable(-1) && dispatch() != kBRRunLoopStopped) {
-    }
+    const int epoll = epoll_create1(EPOLL_CLOEXEC);
+    epoll_event event{EPOLLIN | EPOLLET, {}};
+    epoll_ctl(epoll, EPOLL_CTL_ADD, BRRunLoopGetPollDescriptor(current()), &event);
+    do epoll_wait(epoll, &event, 1, -1);
+    while (dispatch() != kBRRunLoopStopped);
+    close(epoll);
   });
 }
 

@@ -68,11 +68,14 @@ BR_EXPORT BRRunLoopRef BRRunLoopGetCurrent(void);
  * become due during a round of calls are called in the next, when there is time for one. */
 BR_EXPORT BRRunLoopResult BRRunLoopRunInMode(BRStringRef mode, double seconds, bool returnAfterSourceHandled);
 
+/* The same until a date, however many timers are called before it. INFINITY sets no limit. */
+BR_EXPORT BRRunLoopResult BRRunLoopRunUntilDate(BRStringRef mode, BRAbsoluteTime date);
+
 /* The loop's descriptor, for a poll, epoll or select of the program: it is readable when BRRunLoopDispatchPending has
  * something to do in the mode that it was last called for, the default mode before the first call. Timers that are
  * added, moved or removed meanwhile, on whichever thread, are taken into account; it may be readable for nothing at
- * times. Poll it, level- or edge-triggered, on any thread; do not read, set or close it. -1 for NULL, when the loop's
- * thread has ended, which closes it, or when memory runs out. */
+ * times. Poll it on any thread, edge-triggered only if callbacks never run the event loop; do not read, set or close
+ * it. -1 for NULL, when the loop's thread has ended, which closes it, or when memory runs out. */
 BR_EXPORT int BRRunLoopGetPollDescriptor(BRRunLoopRef runLoop);
 
 /* Calls what is due in the mode at this moment, without waiting; the results are those of BRRunLoopRunInMode with 0.0
