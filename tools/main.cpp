@@ -2,14 +2,18 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <tuple>
 
 #include "inspect.hpp"
+#include "play/play.hpp"
 #include "remux/remux.hpp"
 #include "report.hpp"
+#include "time_argument.hpp"
 
 namespace {
 
@@ -111,6 +115,23 @@ Damage is also reported on standard error. Everything that can be read is shown.
 Exit status: 0 the file is sound, 1 it is damaged (an empty file is), 2 it could
 not be read or the command was wrong.)";
 
+constexpr const char* kPlayFooter =
+    R"(Delivers every sample of a movie when its time has come, on the host's clock, and tells
+how late it was. Nothing is decoded: what is shown is whether the movie's samples are there in time.
+
+On a terminal there is a line for each track, and keys: space pauses, + and - double and
+halve the rate, the left and right arrows go 5 seconds back and on, r turns round, q
+ends it. Elsewhere there is a line for each track every second.
+
+At the end it tells, for each track, the samples delivered, dropped (their bytes are not
+in the file) and out of order, and how late they were. With --json this is one object:
+  file, rate, duration   the name as given, the rate at the end, the movie's end
+                         {value, timescale}
+  tracks                 list of {id, handler, delivered, dropped, outOfOrder,
+                         lateness: {p50, p99, max}}, in seconds of the host's clock
+
+Exit status: 0 the movie is sound, 1 it is damaged, 2 it could not be played.)";
+
 constexpr const char* kRemuxFooter =
     R"(Writes the tracks of a movie into another file, without encoding them anew: the same
 samples with the same times, in the layout and with the sample descriptions of the
@@ -161,6 +182,18 @@ ExitStatus run(int argc, char** argv) {
       ->excludes(fragments);
   remuxing->footer(kRemuxFooter);
 
+  std::string played, start, duration;
+  PlayOptions playOptions;
+  CLI::App* playing =
+      app.add_subcommand("play", "Deliver the samples of a movie in time, and tell how late they were");
+  playing->add_option("FILE", played, "The movie")->required()->type_name("");
+  playing->add_option("--rate", playOptions.rate, "How fast; below 0 backwards")->type_name("RATE");
+  playing->add_option("--start", start, "Where on the movie's timeline it begins, as 10s")->type_name("TIME");
+  playing->add_option("--duration", duration, "How much of the timeline is played, as 5s")
+      ->type_name("LENGTH");
+  playing->add_flag("--json", playOptions.json, "Write one JSON object at the end and nothing before");
+  playing->footer(kPlayFooter);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -175,9 +208,20 @@ ExitStatus run(int argc, char** argv) {
     return refuse(chosen.empty() ? "" : chosen.front()->get_name() + " ", reason);
   }
   if (app.got_subcommand(command)) return inspect(fileName, options);
+  if (app.got_subcommand(playing)) {
+    if (!(std::abs(playOptions.rate) > 0) || std::isinf(playOptions.rate))
+      return refuse("play ", "--rate: it takes a number that is not 0");
+    for (const auto& [text, option, name] : {std::tuple(&start, &playOptions.start, "--start"),
+                                             std::tuple(&duration, &playOptions.duration, "--duration")}) {
+      if (text->empty()) continue;
+      *option = parseTime(*text);
+      if (!*option) return refuse("play ", fmt::format("{}: {} is no time", name, *text));
+    }
+    return play(played, playOptions);
+  }
   if (!fragment.empty()) {
-    remuxOptions.fragment = parseLength(fragment);
-    if (!remuxOptions.fragment)
+    remuxOptions.fragment = parseTime(fragment);
+    if (!remuxOptions.fragment || remuxOptions.fragment->value == 0)
       return refuse("remux ", fmt::format("--fragment: {} is not a length", fragment));
   }
   return remux(input, output, remuxOptions);

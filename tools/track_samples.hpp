@@ -36,6 +36,7 @@ class TrackSamples {
   bool isMissing(const MovieSample& place) const {
     return place.size > 0 && (place.offset < 0 || place.size > mediaLength_ - place.offset);
   }
+  PVTime durationOf(const MovieSample& place) const { return PVTimeMake(place.duration, timescale_); }
   const MovieTrack& places() const { return samples_; }
   const EditMap& edits() const { return edits_; }
 

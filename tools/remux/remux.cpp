@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 #include "atom_output.hpp"
 #include "atom_type.hpp"
@@ -179,15 +178,4 @@ ExitStatus remux(const std::string& input, const std::string& output, const Remu
     return kFailed;
   }
   return kSound;
-}
-
-std::optional<PVTime> parseLength(const std::string& text) {
-  double number = 0;
-  const char* end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  const std::string_view unit(rest, static_cast<size_t>(end - rest));
-  if (error != std::errc() || !(number > 0) || (unit != "s" && unit != "ms" && !unit.empty()))
-    return std::nullopt;
-  const PVTime time = PVTimeMakeWithSeconds(unit == "ms" ? number / 1000 : number, 90000);
-  return PVTimeIsNumeric(time) && time.value > 0 ? std::optional(time) : std::nullopt;
 }

@@ -15,6 +15,3 @@ struct RemuxOptions {
 
 // Says on standard error why not. kDamaged: the input is damaged, and nothing was written.
 ExitStatus remux(const std::string& input, const std::string& output, const RemuxOptions& options);
-
-// "2s", "500ms", "2.5s", "30000/1001": nothing for what is no positive time.
-std::optional<PVTime> parseLength(const std::string& text);
