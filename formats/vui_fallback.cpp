@@ -49,11 +49,11 @@ bool readHEVC(const uint8_t* record, size_t length, Facts& facts) {
   const uint8_t* sps;
   size_t size;
   KivHEVCParsedSPS parsed;
-  bool isInterlaced;
+  bool isInterlaced = true;  // unless it is said; the usability information may break off before
   if (KivHEVCBridge_GetSPSFromHVCC(record, length, 0, &sps, &size) ||
-      KivHEVCBridge_ParseSPS(sps, size, &parsed) ||
-      KivHEVCBridge_GetSPSIsInterlaced(sps, size, &isInterlaced))
+      KivHEVCBridge_ParseSPS(sps, size, &parsed))
     return false;
+  KivHEVCBridge_GetSPSIsInterlaced(sps, size, &isInterlaced);
   facts.isProgressive = !isInterlaced;
   facts.hasUsability = parsed.vuiPresent;
   facts.usability = parsed.vui;
@@ -152,7 +152,8 @@ void addAll(const Facts& facts, Additions& additions) {
       addColour(kPVFormatDescriptionExtension_YCbCrMatrix, matrices(), usability.matrixCoefficients,
                 additions);
     }
-    if (additions.lacks(kPVFormatDescriptionExtension_FullRangeVideo))
+    if (usability.lastPartRead >= kKivVideoUsabilityPart_VideoSignalType &&
+        additions.lacks(kPVFormatDescriptionExtension_FullRangeVideo))
       additions.add(kPVFormatDescriptionExtension_FullRangeVideo,
                     usability.fullRange ? kBRBooleanTrue : kBRBooleanFalse);
     if (facts.horizontalSpacing && facts.verticalSpacing &&

@@ -50,7 +50,8 @@ PV_EXPORT PVStatus KivVideoFormatDescriptionGetHEVCParameterSetAtIndex(PVVideoFo
  * aspect ratio, and a field count of 1 when it is progressive. *extensionsInOut is a reference that the caller owns;
  * when there is something to add it is released and replaced by an extended copy. Success, with nothing added, when
  * there is no such atom or its parameter set cannot be parsed, and, with -12717 signalled, for a codec type other than
- * 'avc1', 'cavc', 'drmi', 'eavc', 'hvc1', 'qavc' and 'zavc'.
+ * 'avc1', 'cavc', 'drmi', 'eavc', 'hvc1', 'qavc' and 'zavc'. Of usability information that breaks off, what stands
+ * before the break is added.
  *
  * Code points without a value in this library add nothing. The matrix table is its own: 9 is ITU_R_2020, 11 DCI_P3, 12
  * P3_D65, and 5 nothing, whatever other code points stand for them elsewhere.

@@ -480,6 +480,35 @@ TEST(VUIFallback, LeavesWhatIsThere) {
             "mine"_br);
 }
 
+TEST(VUIFallback, TellsWhatComesBeforeABreak) {
+  int told = 0;
+  for (size_t length = 3; length < kHEVCSPS.size(); ++length) {
+    const Bytes sps(kHEVCSPS.begin(), kHEVCSPS.begin() + static_cast<ptrdiff_t>(length));
+    KivHEVCParsedSPS parsed;
+    if (KivHEVCBridge_ParseSPS(sps.data(), sps.size(), &parsed) != 0) continue;
+    const Data record = recordOf(kHEVC, {kHEVCVPS, sps, kHEVCPPS});
+    const Dictionary given = atoms("hvcC"_br, record.get());
+    BRDictionaryRef extensions = static_cast<BRDictionaryRef>(BRRetain(given.get()));
+    EXPECT_EQ(KivBridge_MakeFallbackExtensionsFromVUI(nullptr, "hvc1"_4cc, &extensions), 0);
+    const struct {
+      BRStringRef key;
+      int part;
+    } facts[] = {
+        {kPVFormatDescriptionExtension_PixelAspectRatio, kKivVideoUsabilityPart_AspectRatio},
+        {kPVFormatDescriptionExtension_FullRangeVideo, kKivVideoUsabilityPart_VideoSignalType},
+        {kPVFormatDescriptionExtension_ColorPrimaries, kKivVideoUsabilityPart_VideoSignalType},
+        {kPVFormatDescriptionExtension_ChromaLocationTopField, kKivVideoUsabilityPart_ChromaLocation},
+        {kPVFormatDescriptionExtension_FieldCount, kKivVideoUsabilityPart_FieldInfo}};
+    for (const auto& fact : facts) {
+      const bool isThere = BRDictionaryContainsKey(extensions, fact.key);
+      EXPECT_EQ(isThere, parsed.vui.lastPartRead >= fact.part) << length << ", part " << fact.part;
+      told += isThere;
+    }
+    BRRelease(extensions);
+  }
+  EXPECT_GT(told, 5);
+}
+
 TEST(VUIFallback, NeedsAnAtomOfTheCodec) {
   const Data record = recordOf(kH264, {kH264SPS, kH264PPS});
   const Dictionary given = atoms("avcC"_br, record.get());
