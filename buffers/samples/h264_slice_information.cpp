@@ -1,4 +1,5 @@
 // The H.264 slices in a sample buffer's data.
+#include <bedra/array.h>
 #include <bedra/data.h>
 #include <bedra/dictionary.h>
 #include <kiv/bridge.h>
@@ -30,6 +31,8 @@ BRDataRef avcCOf(PVFormatDescriptionRef format) {
       PVFormatDescriptionGetExtension(format, kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms);
   if (!atoms || BRGetTypeID(atoms) != BRDictionaryGetTypeID()) return nullptr;
   BRTypeRef avcC = BRDictionaryGetValue(static_cast<BRDictionaryRef>(atoms), "avcC"_br);
+  if (BRGetTypeID(avcC) == BRArrayGetTypeID())
+    avcC = BRArrayGetValueAtIndex(static_cast<BRArrayRef>(avcC), 0);
   return avcC && BRGetTypeID(avcC) == BRDataGetTypeID() ? static_cast<BRDataRef>(avcC) : nullptr;
 }
 

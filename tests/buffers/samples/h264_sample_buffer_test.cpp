@@ -1,10 +1,15 @@
 // The slices of H.264 samples.
+#include <bedra/array.h>
+#include <bedra/dictionary.h>
 #include <kiv/bridge.h>
 #include <kiv/h264_sample_buffer.h>
 #include <pevrin/video_format_description.h>
 
+#include <bedra/literal.hpp>
+
 #include "tests/buffers/samples/samples.hpp"
 #include "tests/codecs/h264_samples.hpp"
+#include "tests/support/objects.hpp"
 
 namespace {
 
@@ -58,6 +63,27 @@ TEST(H264SampleBuffer, TellsEachSlice) {
     EXPECT_EQ(KivH264Bridge_GetSliceInformationFromSampleBuffer(sample.get(), 1, slices, &count), -12737);
     EXPECT_EQ(count, 2u);
   }
+}
+
+TEST(H264SampleBuffer, TakesTheFirstOfSeveralRecords) {
+  const Format one = h264Format(4);
+  auto* atoms = static_cast<BRDictionaryRef>(PVFormatDescriptionGetExtension(
+      one.get(), kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms));
+  const void* records[] = {BRDictionaryGetValue(atoms, "avcC"_br), "another"_br};
+  const auto both = br::Ref<const BRArray>::adopt(BRArrayCreate(nullptr, records, 2, &kBRTypeArrayCallBacks));
+  const Dictionary extensions = dictionary({{kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms,
+                                             dictionary({{"avcC"_br, both.get()}}).get()}});
+  Format format;
+  ASSERT_EQ(
+      PVVideoFormatDescriptionCreate(nullptr, kPVVideoCodecType_H264, 16, 16, extensions.get(), format.out()),
+      0);
+  const Block block = blockOf(4, 4);
+  ASSERT_EQ(PVBlockBufferReplaceDataBytes("\0\0\0", block.get(), 0, 4), 0);
+  size_t count = 1;
+  EXPECT_EQ(KivH264Bridge_GetSliceInformationFromSampleBuffer(make({.data = block, .format = format}).get(),
+                                                              0, nullptr, &count),
+            0);
+  EXPECT_EQ(count, 0u);
 }
 
 TEST(H264SampleBuffer, RefusesWhatCannotBeRead) {
