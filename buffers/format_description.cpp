@@ -141,6 +141,11 @@ void* KivDerivedFormatDescriptionGetDerivedStorage(PVFormatDescriptionRef descri
   return nullptr;
 }
 
+size_t KivDerivedFormatDescriptionGetDerivedStorageSize(PVFormatDescriptionRef description) {
+  const Entry* its = description ? description->createdWith : nullptr;
+  return its ? its->derivedStorageSize : 0;
+}
+
 PVMediaType PVFormatDescriptionGetMediaType(PVFormatDescriptionRef description) {
   return description ? description->mediaType : 0;
 }

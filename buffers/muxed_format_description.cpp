@@ -36,9 +36,13 @@ PVStatus PVMuxedFormatDescriptionCreate(BRAllocatorRef allocator, PVFourCharCode
   if (descriptionOut) *descriptionOut = nullptr;
   if (muxType == 0 || !descriptionOut) return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
   if (PVStatus status = KivMuxedFormatDescriptionRegister()) return status;
-  if (PVStatus status = KivDerivedFormatDescriptionCreate(allocator, kPVMediaType_Muxed, muxType, extensions,
-                                                          descriptionOut))
+  br::Ref<PVFormatDescription> made;
+  if (PVStatus status =
+          KivDerivedFormatDescriptionCreate(allocator, kPVMediaType_Muxed, muxType, extensions, made.out()))
     return status;
-  muxTypeOf(*descriptionOut) = muxType;
+  if (KivDerivedFormatDescriptionGetDerivedStorageSize(made.get()) < sizeof(PVFourCharCode))
+    return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
+  muxTypeOf(made.get()) = muxType;
+  *descriptionOut = made.detach();
   return 0;
 }

@@ -18,6 +18,12 @@ Storage& ownStorageOf(PVFormatDescriptionRef description) {
   return *static_cast<Storage*>(KivDerivedFormatDescriptionGetDerivedStorage(description));
 }
 
+// Not when somebody else registered the media type first, with less.
+bool hasOwnStorage(PVFormatDescriptionRef description) {
+  return PVFormatDescriptionGetMediaType(description) == kPVMediaType_Audio &&
+         KivDerivedFormatDescriptionGetDerivedStorageSize(description) >= sizeof(Storage);
+}
+
 void finalize(PVFormatDescriptionRef description) {
   const Storage& storage = ownStorageOf(description);
   const BRAllocatorRef allocator = BRGetAllocator(description);
@@ -54,7 +60,7 @@ PVStatus KivAudioFormatDescriptionRegister(void) {
 
 Storage* pv::audio::storageOf(PVFormatDescriptionRef description, const char* file, int32_t line,
                               const char* function) {
-  if (PVFormatDescriptionGetMediaType(description) == kPVMediaType_Audio) return &ownStorageOf(description);
+  if (hasOwnStorage(description)) return &ownStorageOf(description);
   KivSignalErrorAt(kPVFormatDescriptionError_InvalidParameter, file, line, function);
   return nullptr;
 }
@@ -73,6 +79,7 @@ PVStatus PVAudioFormatDescriptionCreate(BRAllocatorRef allocator,
   if (PVStatus status = KivDerivedFormatDescriptionCreate(
           allocator, kPVMediaType_Audio, streamBasicDescription->formatID, extensions, made.out()))
     return status;
+  if (!hasOwnStorage(made.get())) return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
   Storage& storage = *new (&ownStorageOf(made.get())) Storage{};
   storage.description = *streamBasicDescription;
   void* copy;

@@ -4,7 +4,6 @@
 
 #include "formats/audio_format_description.hpp"
 #include "formats/tonvik_loader.hpp"
-#include "runtime/error.hpp"
 
 using namespace pv::audio;
 
@@ -47,27 +46,24 @@ bool PVAudioFormatDescriptionEqual(PVAudioFormatDescriptionRef a, PVAudioFormatD
                                    PVAudioFormatDescriptionMask equalityMask,
                                    PVAudioFormatDescriptionMask* equalityMaskOut) {
   if (equalityMaskOut) *equalityMaskOut = 0;
-  if (PVFormatDescriptionGetMediaType(a) != kPVMediaType_Audio ||
-      PVFormatDescriptionGetMediaType(b) != kPVMediaType_Audio) {
-    pv::signalError(kPVFormatDescriptionError_InvalidParameter);
-    return false;
-  }
+  Storage* const ours = storageOf(a);
+  Storage* const theirs = ours ? storageOf(b) : nullptr;
+  if (!theirs) return false;
   const PVAudioFormatDescriptionMask asked = equalityMask & PVAudioFormatDescriptionMask_All;
   PVAudioFormatDescriptionMask equal = asked;
   if (a != b) {
-    Storage &ours = *storageOf(a), &theirs = *storageOf(b);
     const bool wantsAll = equalityMaskOut != nullptr;  // otherwise the first difference settles it
     Side ourSide{}, theirSide{};
     if (asked &
         (PVAudioFormatDescriptionMask_StreamBasicDescription | PVAudioFormatDescriptionMask_ChannelLayout)) {
-      ourSide = sideOf(a, ours);
-      theirSide = sideOf(b, theirs);
+      ourSide = sideOf(a, *ours);
+      theirSide = sideOf(b, *theirs);
     }
     if (asked & PVAudioFormatDescriptionMask_StreamBasicDescription &&
         !areEqual(*ourSide.description, *theirSide.description))
       equal &= ~PVAudioFormatDescriptionMask_StreamBasicDescription;
     if (equal != asked && !wantsAll) return false;
-    if (asked & PVAudioFormatDescriptionMask_MagicCookie && !std::ranges::equal(ours.cookie, theirs.cookie))
+    if (asked & PVAudioFormatDescriptionMask_MagicCookie && !std::ranges::equal(ours->cookie, theirs->cookie))
       equal &= ~PVAudioFormatDescriptionMask_MagicCookie;
     if (equal != asked && !wantsAll) return false;
     if (asked & PVAudioFormatDescriptionMask_ChannelLayout && !areEqual(ourSide.layout, theirSide.layout))

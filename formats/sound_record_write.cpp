@@ -223,7 +223,9 @@ PVStatus PVAudioFormatDescriptionCopyAsBigEndianSoundDescriptionBlockBuffer(
     return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
   Contents contents{};
   if (!parseFlavor(flavor, &contents.flavor)) return pv::signalError(kPVSampleDescriptionError_Unsupported);
-  contents.format = *PVAudioFormatDescriptionGetStreamBasicDescription(description);
+  const auto* format = PVAudioFormatDescriptionGetStreamBasicDescription(description);
+  if (!format) return kPVSampleDescriptionError_InvalidParameter;  // signalled
+  contents.format = *format;
   contents.cookie = static_cast<const uint8_t*>(
       PVAudioFormatDescriptionGetMagicCookie(description, &contents.cookieLength));
   contents.layout = PVAudioFormatDescriptionGetChannelLayout(description, &contents.layoutSize);

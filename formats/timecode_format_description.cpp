@@ -31,9 +31,15 @@ TimeCodeStorage& storageOf(PVFormatDescriptionRef description) {
   return *static_cast<TimeCodeStorage*>(KivDerivedFormatDescriptionGetDerivedStorage(description));
 }
 
+// Not when somebody else registered the media type first, with less.
+bool hasOwnStorage(PVFormatDescriptionRef description) {
+  return PVFormatDescriptionGetMediaType(description) == kPVMediaType_TimeCode &&
+         KivDerivedFormatDescriptionGetDerivedStorageSize(description) >= sizeof(TimeCodeStorage);
+}
+
 // Null, and signalled, when the description is none of timecode.
 const TimeCodeStorage* storageForGetter(PVFormatDescriptionRef description) {
-  if (PVFormatDescriptionGetMediaType(description) == kPVMediaType_TimeCode) return &storageOf(description);
+  if (hasOwnStorage(description)) return &storageOf(description);
   pv::signalError(kPVFormatDescriptionError_InvalidParameter);
   return nullptr;
 }
@@ -83,10 +89,13 @@ PVStatus PVTimeCodeFormatDescriptionCreate(BRAllocatorRef allocator, PVFourCharC
       frameQuanta == 0)
     return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
   if (PVStatus status = KivTimeCodeFormatDescriptionRegister()) return status;
+  br::Ref<PVFormatDescription> made;
   if (PVStatus status = KivDerivedFormatDescriptionCreate(allocator, kPVMediaType_TimeCode,
-                                                          timeCodeFormatType, extensions, descriptionOut))
+                                                          timeCodeFormatType, extensions, made.out()))
     return status;
-  storageOf(*descriptionOut) = {frameDuration, frameQuanta, flags};
+  if (!hasOwnStorage(made.get())) return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
+  storageOf(made.get()) = {frameDuration, frameQuanta, flags};
+  *descriptionOut = made.detach();
   return 0;
 }
 

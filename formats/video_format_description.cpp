@@ -17,6 +17,12 @@ Storage& ownStorageOf(PVFormatDescriptionRef description) {
   return *static_cast<Storage*>(KivDerivedFormatDescriptionGetDerivedStorage(description));
 }
 
+// Not when somebody else registered the media type first, with less.
+bool hasOwnStorage(PVFormatDescriptionRef description) {
+  return PVFormatDescriptionGetMediaType(description) == kPVMediaType_Video &&
+         KivDerivedFormatDescriptionGetDerivedStorageSize(description) >= sizeof(Storage);
+}
+
 bool videoEqual(PVFormatDescriptionRef a, PVFormatDescriptionRef b, BRTypeRef keysToIgnore,
                 BRTypeRef atomKeysToIgnore) {
   const Storage &ours = ownStorageOf(a), &theirs = ownStorageOf(b);
@@ -53,8 +59,7 @@ PVStatus KivVideoFormatDescriptionRegister(void) {
 }
 
 const Storage* pv::video::storageOf(PVFormatDescriptionRef description) {
-  return PVFormatDescriptionGetMediaType(description) == kPVMediaType_Video ? &ownStorageOf(description)
-                                                                            : nullptr;
+  return hasOwnStorage(description) ? &ownStorageOf(description) : nullptr;
 }
 
 PVStatus PVVideoFormatDescriptionCreate(BRAllocatorRef allocator, PVVideoCodecType codecType, int32_t width,
@@ -63,10 +68,13 @@ PVStatus PVVideoFormatDescriptionCreate(BRAllocatorRef allocator, PVVideoCodecTy
   if (descriptionOut) *descriptionOut = nullptr;
   if (!descriptionOut || codecType == 0) return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
   if (PVStatus status = KivVideoFormatDescriptionRegister()) return status;
-  if (PVStatus status = KivDerivedFormatDescriptionCreate(allocator, kPVMediaType_Video, codecType,
-                                                          extensions, descriptionOut))
+  br::Ref<PVFormatDescription> made;
+  if (PVStatus status =
+          KivDerivedFormatDescriptionCreate(allocator, kPVMediaType_Video, codecType, extensions, made.out()))
     return status;
-  ownStorageOf(*descriptionOut) = {codecType, width, height};
+  if (!hasOwnStorage(made.get())) return pv::signalError(kPVFormatDescriptionError_InvalidParameter);
+  ownStorageOf(made.get()) = {codecType, width, height};
+  *descriptionOut = made.detach();
   return 0;
 }
 

@@ -40,7 +40,8 @@ typedef struct KivDerivedFormatDescriptionCallbacks {
 } KivDerivedFormatDescriptionCallbacks;
 
 /* Adds the entry of a media type; the record is copied. The first entry of a media type stays for the life of the
- * process: another one changes nothing, and the status is 0.
+ * process: another one changes nothing, and the status is 0. It may be that of a built-in media type; while its storage
+ * is smaller than the built-in one's, that type's own functions refuse its descriptions with InvalidParameter.
  * Statuses: InvalidParameter (callbacks null, its version not 0, no equal); AllocationFailed. */
 PV_EXPORT PVStatus KivDerivedFormatDescriptionRegister(PVMediaType mediaType,
                                                        const KivDerivedFormatDescriptionCallbacks *callbacks);
@@ -56,6 +57,10 @@ PV_EXPORT PVStatus KivDerivedFormatDescriptionCreate(BRAllocatorRef allocator, P
 /* The derived storage, 16-byte aligned; good as long as the description. When its size is 0 there is nothing to be read
  * there. NULL, and InvalidParameter signalled, for NULL. */
 PV_EXPORT void *KivDerivedFormatDescriptionGetDerivedStorage(PVFormatDescriptionRef description);
+
+/* How many bytes there are: derivedStorageSize of the entry that the description was created with; 0 for NULL. Who reads
+ * or writes the storage of a media type that others may have registered first asks before. */
+PV_EXPORT size_t KivDerivedFormatDescriptionGetDerivedStorageSize(PVFormatDescriptionRef description);
 
 /* Whether two extension dictionaries are equal, by the rules of PVFormatDescriptionEqualIgnoringExtensionKeys: what the
  * equal callbacks compare extensions with. Both must hold objects. Two NULLs are equal; NULL and an empty dictionary
