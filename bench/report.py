@@ -52,6 +52,8 @@ AIMS = {
     ("PoolGetPut", "Peer:AVBufferPool"): 0.5,
     ("PoolWritten", "Plain:free list"): 1.05,
     ("PoolWritten", "Plain:mmap"): 0.01,
+    ("TimebaseTime1", "Plain:clock_gettime"): 3.0,
+    ("TimebaseTimerRearm10000", "Peer:asio::steady_timer"): 0.6,
     ("SPSParseH264", "Peer:gst_h264_parse_sps"): 0.4,
     ("HostClockRead", "Plain:clock_gettime"): 1.1,
     ("AffineMap", "Peer:gst_clock_adjust_unlocked"): 0.9,

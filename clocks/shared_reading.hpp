@@ -69,7 +69,7 @@ class SharedReading {
   ReadingKind kind() const { return kind_.load(std::memory_order_acquire); }
   NsLine line() const {
     return {lineRate_.load(std::memory_order_acquire), lineFromNs_.load(std::memory_order_acquire),
-            lineToNs_.load(std::memory_order_acquire)};
+            lineToNs_.load(std::memory_order_acquire), false};
   }
   // Good by itself, being one word: while a change is made it is the rate before or after.
   double rate() const { return std::bit_cast<double>(words_[kRateWord].load(std::memory_order_acquire)); }

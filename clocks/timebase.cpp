@@ -88,6 +88,7 @@ pv::TimebaseChange::~TimebaseChange() {
   t.leadsStraightToHost =
       isOnHost && t.isInverseValid && !std::isnan(transform.rate) &&
       KivSyncCombineTransforms(&kIdentityTransform, &t.inverse, &t.straightToHost) == kPVStatus_Success;
+  if (t.leadsStraightToHost) t.straightToHostLine = NsLine::make(t.straightToHost);
   auto kind = isOnHost ? ReadingKind::kByHostTime : ReadingKind::kByMaster;
   if (t.isReadOnly)
     kind = ReadingKind::kByTarget;

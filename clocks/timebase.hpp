@@ -89,6 +89,7 @@ struct PVTimebase : BRObject {
   // The transform to the host time clock, when that is the master and the timebase moves.
   bool leadsStraightToHost = false;
   PVSyncTransform straightToHost{};
+  pv::NsLine straightToHostLine;
   int32_t rateSign = 0;  // of the effective rate when last looked at
   pv::TimerTable runLoopTimers{pv::kRunLoopTimers};
   pv::TimerTable timerSources{pv::kTimerSources};

@@ -53,6 +53,13 @@ bool hasPassed(PVTime fireTime, const TimerMoment& moment) {
   return moment.effectiveRate > 0.0 ? order < 0 : order > 0;
 }
 
+PVTime hostTimeOf(const PVTime& fireTime, const TimerMoment& moment) {
+  if (!moment.leadsToHost) return kPVTimeInvalid;
+  PVTime hostTime;
+  if (moment.toHostLine.applyFromZero(fireTime, &hostTime)) return hostTime;
+  return KivSyncApplyTransform(&moment.toHost, fireTime);
+}
+
 void freeEntry(TimerEntry* entry, BRAllocatorRef allocator) {
   entry->~TimerEntry();
   BRAllocatorDeallocate(allocator, entry);
@@ -112,11 +119,13 @@ void findHost(PVTimebaseRef timebase, TimerMoment* moment) {
     moment->effectiveRate = timebase->transform.rate;
     moment->leadsToHost = true;
     moment->toHost = timebase->straightToHost;
+    moment->toHostLine = timebase->straightToHostLine;
     return;
   }
   moment->effectiveRate = PVTimebaseGetEffectiveRate(timebase);
   if (moment->effectiveRate == 0.0) return;
   moment->leadsToHost = getTransformToHost(timebase, &moment->toHost) == kPVStatus_Success;
+  moment->toHostLine = pv::NsLine::make(moment->toHost);
 }
 
 }  // namespace
@@ -151,9 +160,7 @@ void TimerTable::scheduleOne(const TimerEntry& entry, const TimerMoment& moment)
     if (moment.why == Reschedule::kTimeJumped) return kind.park(timer);
     if (moment.why == Reschedule::kSameDirection) return;
   }
-  const PVTime hostFire =
-      moment.leadsToHost ? KivSyncApplyTransform(&moment.toHost, fireTime) : kPVTimeInvalid;
-  kind.fireAt(timer, {hostFire, passed});
+  kind.fireAt(timer, {hostTimeOf(fireTime, moment), passed});
 }
 
 void TimerTable::schedule(const TimerMoment& moment, BRAllocatorRef allocator, DroppedTimers* dropped) {

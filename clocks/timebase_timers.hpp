@@ -14,6 +14,8 @@
 
 #include <cstddef>
 
+#include "clocks/ns_line.hpp"
+
 namespace pv {
 
 // Why dates are set anew.
@@ -40,7 +42,8 @@ struct TimerMoment {
   bool hasTimebaseNow = false;  // else a date in the past says as well that a timer's time has passed
   PVTime timebaseNow = kPVTimeInvalid;
   bool leadsToHost = false;
-  PVSyncTransform toHost{};
+  PVSyncTransform toHost{};  // from 0
+  NsLine toHostLine;
 };
 
 // When a timer is to fire.
