@@ -4,12 +4,11 @@
 // called even when a later one was not.
 #include "formats/tonvik_loader.hpp"
 
-#include <dlfcn.h>
 #include <pevrin/audio_format_description.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
+
+#include "runtime/service.hpp"
 
 namespace {
 
@@ -24,30 +23,17 @@ constinit Pointer<decltype(AudioConverterDispose)> pAudioConverterDispose;
 constinit Pointer<decltype(AudioConverterNew)> pAudioConverterNew;
 constinit Pointer<decltype(AudioDeviceGetProperty)> pAudioDeviceGetProperty;
 
-void* openLibrary() {
-  const char* path = secure_getenv("PEVRIN_TONVIK_PATH");
-  if (path && *path == '\0') return nullptr;  // to dlopen that would be the program itself
-  return dlopen(path ? path : "libtonvik.so.0", RTLD_NOW | RTLD_LOCAL);
-}
-
 template <class Signature>
-bool find(void* library, const char* name, Pointer<Signature>& pointer) {
-  void* symbol = dlsym(library, name);
-  if (!symbol) {
-    std::fprintf(stderr, "Failed to get Tonvik symbol (p%s)!\n", name);
-    return false;
-  }
-  pointer.store(reinterpret_cast<Signature*>(symbol), std::memory_order_release);
+bool find(const pv::ServiceLibrary& library, const char* name, Pointer<Signature>& pointer) {
+  Signature* function;
+  if (!library.find(name, &function)) return false;
+  pointer.store(function, std::memory_order_release);
   return true;
 }
 
 bool load() {
-  void* library = openLibrary();
-  if (!library) {
-    std::fputs("Failed to get Tonvik bundle!\n", stderr);
-    return false;
-  }
-  return find(library, "AudioConverterGetProperty", pAudioConverterGetProperty) &&
+  const pv::ServiceLibrary library("Tonvik", "PEVRIN_TONVIK_PATH", "libtonvik.so.0");
+  return library.isOpen() && find(library, "AudioConverterGetProperty", pAudioConverterGetProperty) &&
          find(library, "AudioConverterSetProperty", pAudioConverterSetProperty) &&
          find(library, "AudioFormatGetProperty", pAudioFormatGetProperty) &&
          find(library, "AudioFormatGetPropertyInfo", pAudioFormatGetPropertyInfo) &&
