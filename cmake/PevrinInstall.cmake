@@ -4,12 +4,15 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Pevrin)
 
 set(libraries bedra imlay pevrin)
-if(TARGET tonvik)  # loaded from beside libpevrin when it is there
-  list(APPEND libraries tonvik)
-endif()
+foreach(service tonvik sonvar)
+  if(TARGET ${service})  # loaded from beside libpevrin when it is there
+    list(APPEND libraries ${service})
+  endif()
+endforeach()
 set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ${libraries} EXPORT PevrinTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/ platform/bedra/include/ platform/imlay/include/ platform/tonvik/include/
+  platform/sonvar/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 
 install(EXPORT PevrinTargets NAMESPACE Pevrin:: DESTINATION ${package_dir})
