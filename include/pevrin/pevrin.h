@@ -4,6 +4,7 @@
 
 #include <bedra/bedra.h>
 #include <pevrin/attachment.h>
+#include <pevrin/audio_device_clock.h>
 #include <pevrin/audio_format_description.h>
 #include <pevrin/base.h>
 #include <pevrin/base_object.h>
