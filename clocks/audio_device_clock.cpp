@@ -68,6 +68,7 @@ PVStatus Source::change(SonvarDeviceID next) {
   if (!nextUID) return signalError(kPVClockError_AllocationFailed);
   if (sonvar.start(next) != 0) return signalError(kPVAudioDeviceClockError_DeviceUnavailable);
   lose();
+  died = kSonvarDevice_None;  // an earlier life of the device is not meant
   device = next;
   uid = std::move(nextUID);
   return kPVStatus_Success;
@@ -186,14 +187,17 @@ PVStatus create(BRAllocatorRef allocator, const Wish& wish, PVClockRef* clockOut
   return kPVStatus_Success;
 }
 
-// Does something with the source of an audio device clock that is valid.
+// Does something with the source of an audio device clock that is valid, once it has reacted to what was
+// heard: a device that is given to a clock again after it has died is to be started again.
 template <class Action>
 PVStatus with(PVClockRef clock, Action action) {
   if (!clock) return signalError(kPVClockError_RequiredParameterMissing);
   ClockTurn turn(clock);
   if (!KivDerivedClockVerifyCallbacksMatch(clock, &kAudioDevice))
     return signalError(kPVClockError_InvalidClock);
-  return action(Source::of(clock));
+  Source& source = Source::of(clock);
+  source.react();
+  return action(source);
 }
 
 PVStatus setDevice(PVClockRef clock, const Wish& wish) {

@@ -122,7 +122,14 @@ TEST_F(AudioDeviceClockTest, ChangesDevicesWithTheDefaultAndRunsOnWithoutOne) {
   script().announce(kSonvarEvent_DeviceDied, speakers);
   EXPECT_EQ(read(follower), (Following{"headset", headset, true}));
   EXPECT_EQ(read(faithful), (Following{"", 0, false}));
-  ASSERT_EQ(PVAudioDeviceClockSetAudioDeviceUID(faithful.get(), "speakers"_br), 0);  // it is back
+  for (bool isRead : {true, false}) {  // it is back: whether anybody has noticed or not that it was gone
+    ASSERT_EQ(PVAudioDeviceClockSetAudioDeviceUID(faithful.get(), "speakers"_br), 0);
+    EXPECT_EQ(script()[speakers].starts, 1);
+    if (isRead) {
+      EXPECT_EQ(read(faithful), (Following{"speakers", speakers, false}));
+      script().announce(kSonvarEvent_DeviceDied, speakers);
+    }
+  }
   EXPECT_EQ(read(faithful), (Following{"speakers", speakers, false}));
 
   script()[speakers].startStatus = kSonvarErr_DeviceBusy;
