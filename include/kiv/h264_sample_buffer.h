@@ -7,11 +7,11 @@
 
 PV_BEGIN_DECLS
 
-/* Lists the slices in the data of a sample buffer, in order: those of all its samples, each at the offset in the data at
- * which its NAL unit begins, behind the length field. The data are NAL units with length fields before them, as the 'avcC'
- * atom of the format description says (ISO/IEC 14496-15 5.3.3), and the parameter sets are those of that atom: a stream
- * that carries its parameter sets in the samples ('avc3') is read with those of the atom. NAL units that are no slices,
- * and data partitions B and C, are passed over.
+/* Lists the slices in the data of a sample buffer, in order: those of all its samples, each at the offset in the data
+ * at which its NAL unit begins, behind the length field. The data are NAL units with length fields before them, as
+ * the 'avcC' atom of the format description says (ISO/IEC 14496-15 5.3.3), and the parameter sets are those of that
+ * atom: a stream that carries its parameter sets in the samples ('avc3') is read with those of the atom. NAL units
+ * that are no slices, and data partitions B and C, are passed over.
  *
  * *countOut, which may be NULL, is the number of slices; room the number of records that slicesOut has room for. With
  * slicesOut NULL the slices are only counted.

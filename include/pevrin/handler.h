@@ -5,8 +5,8 @@
  *   context   the closure's state;
  *   copy      gives a copy of the context for those who keep the handler: NULL from it says that memory ran out;
  *   dispose   takes a context that copy gave.
- * Who only calls the handler before it returns uses the context as it is. Who keeps it keeps a copy of the context until
- * it disposes of it; without `copy`, the context itself, which must then live as long. `dispose` may be NULL.
+ * Who only calls the handler before it returns uses the context as it is. Who keeps it keeps a copy of the context
+ * until it disposes of it; without `copy`, the context itself, which must then live as long. `dispose` may be NULL.
  *
  * C++ programs pass a lambda instead: each function that takes a handler has an overload for any callable. What is kept
  * is a copy of the callable on the heap. */

@@ -11,9 +11,9 @@
  *   one            it stands for all: each sample has its duration, and they follow each other from its presentation
  *                  time on;
  *   N              one for each sample, in decode order;
- * and the size entries are none, one (all samples have that size) or N. A buffer of 0 samples, a marker, has at most one
- * timing entry and no size entries. A second of 48 kHz PCM is 48,000 samples with one timing and one size entry; the
- * time of any sample is exact and found in constant time.
+ * and the size entries are none, one (all samples have that size) or N. A buffer of 0 samples, a marker, has at most
+ * one timing entry and no size entries. A second of 48 kHz PCM is 48,000 samples with one timing and one size entry;
+ * the time of any sample is exact and found in constant time.
  *
  * Who owns what: the buffer retains its data, its format description and what is attached to it; timing, sizes and
  * format never change after creation. Get functions lend.
@@ -26,9 +26,9 @@
  * changes of readiness, validity and attachments need serialising with all other use. Retain and release are always
  * safe.
  *
- * Every function that takes a sample buffer first refuses NULL (RequiredParameterMissing) and then an invalidated buffer
- * (Invalidated); this is not said again with each. Every failure passes through <kiv/error.h>. A getter that fails gives
- * 0, NULL or kPVTimeInvalid.
+ * Every function that takes a sample buffer first refuses NULL (RequiredParameterMissing) and then an invalidated
+ * buffer (Invalidated); this is not said again with each. Every failure passes through <kiv/error.h>. A getter that
+ * fails gives 0, NULL or kPVTimeInvalid.
  *
  *   PVSampleTimingInfo timing = {PVTimeMake(1001, 30000), presentation, decode};
  *   PVSampleBufferRef sample;
@@ -115,8 +115,8 @@ PV_EXPORT PVStatus PVSampleBufferCreateReady(BRAllocatorRef allocator, PVBlockBu
 
 /* A buffer of one sample that is an image buffer. Its format description is a video one that matches the image
  * (PVVideoFormatDescriptionMatchesImageBuffer).
- * Statuses, in this order: RequiredParameterMissing (bufferOut, imageBuffer or formatDescription); InvalidMediaType (not
- * a video description); RequiredParameterMissing (sampleTiming); FormatMismatch; AllocationFailed. */
+ * Statuses, in this order: RequiredParameterMissing (bufferOut, imageBuffer or formatDescription); InvalidMediaType
+ * (not a video description); RequiredParameterMissing (sampleTiming); FormatMismatch; AllocationFailed. */
 PV_EXPORT PVStatus PVSampleBufferCreateForImageBuffer(BRAllocatorRef allocator, IMImageBufferRef imageBuffer,
                                                       bool dataReady,
                                                       PVSampleBufferMakeDataReadyCallback makeDataReadyCallback,
@@ -132,16 +132,16 @@ PV_EXPORT PVStatus PVSampleBufferCreateReadyWithImageBuffer(BRAllocatorRef alloc
                                                             PVSampleBufferRef *bufferOut);
 
 /* A copy: the same data (shared), readiness, format, timing, sizes and packet descriptions; copies of the per-sample
- * attachments and of the attachments that propagate; the client's output presentation time. Not copied: attachments that
- * do not propagate, callbacks, failure. The copy of a buffer that is not ready retains and tracks it
+ * attachments and of the attachments that propagate; the client's output presentation time. Not copied: attachments
+ * that do not propagate, callbacks, failure. The copy of a buffer that is not ready retains and tracks it
  * (PVSampleBufferTrackDataReadiness), and so becomes ready, or fails, with it.
  * Statuses: RequiredParameterMissing (source or bufferOut); AllocationFailed. */
 PV_EXPORT PVStatus PVSampleBufferCreateCopy(BRAllocatorRef allocator, PVSampleBufferRef source,
                                             PVSampleBufferRef *bufferOut);
 
 /* A copy with other times (0, 1 or N entries), without the client's output presentation time.
- * Statuses: RequiredParameterMissing (source or bufferOut; entries are counted but the array is NULL); InvalidEntryCount
- * (negative, or 2 and more but not the number of samples); AllocationFailed. */
+ * Statuses: RequiredParameterMissing (source or bufferOut; entries are counted but the array is NULL);
+ * InvalidEntryCount (negative, or 2 and more but not the number of samples); AllocationFailed. */
 PV_EXPORT PVStatus PVSampleBufferCreateCopyWithNewTiming(BRAllocatorRef allocator, PVSampleBufferRef source,
                                                          int64_t numSampleTimingEntries,
                                                          const PVSampleTimingInfo *sampleTimingArray,
@@ -192,11 +192,11 @@ PV_EXPORT PVTime PVSampleBufferGetOutputDuration(PVSampleBufferRef buffer);
 PV_EXPORT PVStatus PVSampleBufferSetOutputPresentationTimeStamp(PVSampleBufferRef buffer, PVTime time);
 
 /* The output times of the samples, in the order of the samples, so that they agree with the three above: the earliest
- * presentation time (reversed: the latest) is the buffer's, and the durations add up to the buffer's. A trim that is
- * longer than the sample at that end goes on into the next ones; a sample that is trimmed away has duration 0 and stands
- * at the end of the output that it was trimmed from. Within the buffer, distances are divided by the speed.
- * The entries are as many as the buffer has; or one for each sample when one stands for several and there is a trim.
- * Arguments and statuses as for PVSampleBufferGetSampleTimingInfoArray. */
+ * presentation time (reversed: the latest) is the buffer's, and the durations add up to the buffer's, but for what a
+ * speed rounds. A trim that is longer than the sample at that end goes on into the next ones; a sample that is
+ * trimmed away has duration 0 and stands at the end of the output that it was trimmed from. Within the buffer,
+ * distances are divided by the speed. The entries are as many as the buffer has; or one for each sample when one
+ * stands for several and there is a trim. Arguments and statuses as for PVSampleBufferGetSampleTimingInfoArray. */
 PV_EXPORT PVStatus PVSampleBufferGetOutputSampleTimingInfoArray(PVSampleBufferRef buffer, int64_t timingArrayEntries,
                                                                 PVSampleTimingInfo *timingArrayOut,
                                                                 int64_t *entriesNeededOut);

@@ -10,8 +10,8 @@
  *   struct { AudioBufferList list; } one;
  *   PVBlockBufferRef bytes;   // keeps what the list points at
  *   PVStatus status = PVSampleBufferGetAudioBufferListWithRetainedBlockBuffer(
- *       sample, NULL, &one.list, sizeof one.list, NULL, NULL, kPVSampleBufferFlag_AudioBufferList_Assure16ByteAlignment,
- *       &bytes);
+ *       sample, NULL, &one.list, sizeof one.list, NULL, NULL,
+ *       kPVSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, &bytes);
  *   if (status == 0) play(&one.list), BRRelease(bytes); */
 #ifndef PEVRIN_SAMPLE_BUFFER_AUDIO_H
 #define PEVRIN_SAMPLE_BUFFER_AUDIO_H
@@ -83,12 +83,13 @@ PV_EXPORT PVStatus PVSampleBufferSetDataBufferFromAudioBufferList(PVSampleBuffer
                                                                   BRAllocatorRef blockBufferBlockAllocator,
                                                                   uint32_t flags, const AudioBufferList *bufferList);
 
-/* The packet descriptions, owned by the sample buffer, and their size in bytes; either output may be NULL, not both. The
- * pointer is NULL when there are none: in formats whose packets are all alike. When they were not given at creation, the
- * first call makes them from sizes and times; it needs serialising with all other use of the buffer.
- * Statuses, in this order: RequiredParameterMissing (both outputs); InvalidMediaType (not audio); no stream description;
- * NoSampleTiming (variable frames and no times); NoSampleSizes (variable bytes and no sizes); TimingNotNumeric (a
- * sample's duration); InvalidEntryCount (a packet of 4 GiB or more, or frames or offsets that do not fit). */
+/* The packet descriptions, owned by the sample buffer, and their size in bytes; either output may be NULL, not both.
+ * The pointer is NULL when there are none: in formats whose packets are all alike. When they were not given at
+ * creation, the first call makes them from sizes and times; it needs serialising with all other use of the buffer.
+ * Statuses, in this order: RequiredParameterMissing (both outputs); InvalidMediaType (not audio); no stream
+ * description; NoSampleTiming (variable frames and no times); NoSampleSizes (variable bytes and no sizes);
+ * TimingNotNumeric (a sample's duration); InvalidEntryCount (a packet of 4 GiB or more, or frames or offsets that do
+ * not fit). */
 PV_EXPORT PVStatus PVSampleBufferGetAudioStreamPacketDescriptionsPtr(
     PVSampleBufferRef buffer, const AudioStreamPacketDescription **packetDescriptionsPointerOut,
     size_t *packetDescriptionsSizeOut);

@@ -7,8 +7,8 @@
  *       |
  *       +--------> failed    SetDataFailed, or the tracked buffer is found failed
  *
- * Nobody polls: a buffer that tracks another one looks at it when it is asked itself. Invalidation is apart from this: it
- * takes a buffer back from everyone who holds it, for good.
+ * Nobody polls: a buffer that tracks another one looks at it when it is asked itself. Invalidation is apart from
+ * this: it takes a buffer back from everyone who holds it, for good.
  *
  * What <pevrin/sample_buffer.h> says of threads, of NULL and of invalidated buffers holds here. Callbacks and
  * notifications come on the calling thread; the buffer is kept alive meanwhile.
@@ -50,8 +50,8 @@ PV_EXPORT PVStatus PVSampleBufferSetDataReady(PVSampleBufferRef buffer);
 PV_EXPORT bool PVSampleBufferDataIsReady(PVSampleBufferRef buffer);
 
 /* Says that the data will never come, for the reason given (0 stands for DataFailed), and posts DataFailed.
- * Statuses: AlreadyHasData (ready); DataFailed (failed already: the first reason stays); AllocationFailed (no memory for
- * the notification's payload; nothing has changed). */
+ * Statuses: AlreadyHasData (ready); DataFailed (failed already: the first reason stays); AllocationFailed (no memory
+ * for the notification's payload; nothing has changed). */
 PV_EXPORT PVStatus PVSampleBufferSetDataFailed(PVSampleBufferRef buffer, PVStatus status);
 
 /* True when the data failed; *statusOut, which may be NULL, is then why. When the tracked buffer turns out to have
@@ -81,8 +81,8 @@ typedef struct PVSampleBufferInvalidateHandler {
   void (*dispose)(void *context);
 } PVSampleBufferInvalidateHandler;
 
-/* Takes the buffer back: calls the invalidate callback or handler while the buffer is still valid, and from then on every
- * function fails with Invalidated. */
+/* Takes the buffer back: calls the invalidate callback or handler while the buffer is still valid, and from then on
+ * every function fails with Invalidated. */
 PV_EXPORT PVStatus PVSampleBufferInvalidate(PVSampleBufferRef buffer);
 
 /* False for NULL, too; signals nothing. */
@@ -102,7 +102,8 @@ PV_EXPORT PVStatus PVSampleBufferSetInvalidateHandler(PVSampleBufferRef buffer,
  *
  * A sample buffer bears attachments (<pevrin/attachment.h>) for itself as a whole, and a dictionary for each sample. */
 
-/* Edits; they decide about the output times as soon as they are set. */
+/* Edits; they decide about the output times as soon as they are set. A value of another kind, or a trim that is not a
+ * number, is no edit. */
 PV_EXPORT extern const BRStringRef kPVSampleBufferAttachmentKey_TrimDurationAtStart; /* PVTimeCopyAsDictionary */
 PV_EXPORT extern const BRStringRef kPVSampleBufferAttachmentKey_TrimDurationAtEnd;   /* PVTimeCopyAsDictionary */
 PV_EXPORT extern const BRStringRef kPVSampleBufferAttachmentKey_SpeedMultiplier;     /* number: 2.0 is twice as fast */

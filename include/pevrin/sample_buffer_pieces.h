@@ -2,9 +2,10 @@
  *
  * A piece is a sample buffer of its own that shares the bytes of the whole: its data are a reference to the range, no
  * media byte is copied. Put one after another, the pieces of a buffer say what the whole says:
- *   - Times: an entry that stands for all samples is moved to the piece's first one, its decode time too, if it has one.
- *   - Trims: each piece has its share. A trim at the start belongs to the first piece, and what is longer than that to the
- *     next one, and so on; likewise from the end. A piece without a share has no trim.
+ *   - Times: an entry that stands for all samples is moved to the piece's first one; its decode time, too, if it has
+ *     one.
+ *   - Trims: each piece has its share. A trim at the start belongs to the first piece, and what is longer than that to
+ *     the next one, and so on; likewise from the end. A piece without a share has no trim.
  *   - Speed and reversal are those of the whole. Under a speed, or when the client set an output presentation time, the
  *     piece's output presentation time is set to where its first sample stands in the output of the whole.
  *   - Attachments that propagate, and those of its samples, are copied. Others, except the edits, are not.
