@@ -103,17 +103,19 @@ class Play(CommandTest):
             until(b"rate 1 ")
             write(b" ")
             until(b"rate 0 ")
-            write(b" ")
-            write(b"+")
-            until(b"rate 2 ")
-            write(b"r")
-            until(b"rate -2 ")
-            write(b"r")
-            until(b"rate 2 ")
+            write(b" -")  # two keys at once
+            until(b"rate 0.5 ")
             write(b"\x1b[D")
             until(b" 0.")
-            write(b"q")
+            write(b"r")  # back to the start, where it ends
+            until(b"rate -0.5 ")
         self.on_terminal(act)
+
+    def test_the_key_that_ends_it(self):
+        def act(write, until, _):
+            until(b"rate 0.1 ")
+            write(b"q")
+        self.on_terminal(act, "--rate", "0.1")
 
     def test_a_signal_puts_the_terminal_back(self):
         def act(_, until, program):
