@@ -25,7 +25,6 @@ struct ListedSet {
 };
 
 constexpr size_t kLongestSet = 65535;
-constexpr size_t kEntryLengthBytes = 2;
 
 inline bool isNALUnitHeaderLength(int32_t length) { return length == 1 || length == 2 || length == 4; }
 

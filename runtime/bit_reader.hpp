@@ -92,16 +92,6 @@ class BitReader {
     for (; count > 0 && ok(); --count) skipCode();
   }
 
-  // Whether more than the stop bit and its zeros is left (more_rbsp_data, H.264 7.2).
-  bool moreData() const {
-    const uint8_t* last = end_;
-    while (last > begin_ && last[-1] == 0) --last;
-    if (failed_ || last == begin_) return false;
-    const size_t stopBit =
-        static_cast<size_t>(last - begin_) * 8 - 1 - static_cast<size_t>(std::countr_zero(last[-1]));
-    return position() < stopBit;
-  }
-
  private:
   bool need(uint32_t count) {
     if (valid_ < count) refill();

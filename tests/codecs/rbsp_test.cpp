@@ -99,15 +99,6 @@ TEST(BitReaders, FailAtTheEndOrAtCodesThatAreTooLong) {
   EXPECT_TRUE(skipping.ranOut());
 }
 
-TEST(BitReaders, TellWhetherDataIsLeftBeforeTheStopBit) {
-  const Bytes bytes = BitWriter().bits(0x155, 9).flag(true).zeros(22).bytes();
-  BitReader reader(bytes.data(), bytes.size());
-  reader.skip(8);
-  EXPECT_TRUE(reader.moreData());
-  reader.skip(1);
-  EXPECT_FALSE(reader.moreData());
-}
-
 // Byte by byte: an 03 behind two zero bytes goes, and counting begins anew.
 Bytes withoutEmulationBytes(const Bytes& unit) {
   Bytes payload;

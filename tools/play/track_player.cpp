@@ -102,10 +102,6 @@ void TrackPlayer::deliver(PVSampleBufferRef sample, PVTime now) {
     ++dropped_;
     return;
   }
-  char first = 0;
-  PVBlockBufferRef data = PVSampleBufferGetDataBuffer(sample);
-  if (data && PVBlockBufferCopyDataBytes(data, 0, 1, &first) == kPVStatus_Success)
-    bytesSeen_ += static_cast<unsigned char>(first);
   if (PVTimeIsNumeric(lastTime_) && !isDue(lastTime_, time)) ++outOfOrder_;
   lastTime_ = time;
   const double rate = std::abs(PVTimebaseGetRate(timebase_));

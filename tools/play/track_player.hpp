@@ -59,6 +59,6 @@ class TrackPlayer {
   bool needsMore_ = true;       // set and cleared by the queue's triggers
   size_t next_ = 0, left_ = 0;  // positions still to be read: the next one, and how many
   PVTime lastTime_ = kPVTimeInvalid;
-  uint64_t delivered_ = 0, dropped_ = 0, outOfOrder_ = 0, bytesSeen_ = 0;
+  uint64_t delivered_ = 0, dropped_ = 0, outOfOrder_ = 0;
   std::vector<float> lateness_;
 };
