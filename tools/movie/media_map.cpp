@@ -15,3 +15,10 @@ br::Ref<PVBlockBuffer> mapMedia(int descriptor, int64_t size) {
     munmap(bytes, length);
   return media;
 }
+
+void releasePages(PVBlockBufferRef media) {
+  size_t length = 0;
+  char* bytes = nullptr;
+  if (PVBlockBufferGetDataPointer(media, 0, &length, nullptr, &bytes) == kPVStatus_Success)
+    madvise(bytes, length, MADV_DONTNEED);
+}

@@ -10,3 +10,7 @@
 // Null when the system cannot map the file. The descriptor may be closed; whoever cuts the file while its
 // bytes are being looked at kills the program, so copy from a file that others write.
 br::Ref<PVBlockBuffer> mapMedia(int descriptor, int64_t size);
+
+// Gives the memory of bytes that were looked at back to the system; they come from the disk again when they
+// are looked at again.
+void releasePages(PVBlockBufferRef media);

@@ -3,16 +3,19 @@
 #include <pevrin/sample_buffer_data.h>
 
 #include "failure.hpp"
+#include "movie/media_map.hpp"
 
 namespace {
 
 // Small samples are written together.
 constexpr size_t kPendingBytes = size_t{1} << 20;
+// What is read of the input is in memory; after so many bytes it is given back.
+constexpr uint64_t kMappedBytes = uint64_t{32} << 20;
 
 }  // namespace
 
 MediaWriter::MediaWriter(const MovieFile& movie, uint64_t totalBytes, Progress& progress)
-    : totalBytes_(totalBytes), progress_(progress) {
+    : movie_(movie), totalBytes_(totalBytes), progress_(progress) {
   for (size_t i = 0; i < movie.facts().tracks().size(); ++i) tracks_.push_back(movie.samplesOf(i));
   check(PVBufferQueueCreate(nullptr, 0, PVBufferQueueGetCallbacksForUnsortedSampleBuffers(), queue_.out()),
         "memory ran out");
@@ -29,6 +32,10 @@ void MediaWriter::append(KivAtomWriter& mdat, size_t track, const std::vector<Mo
     const auto sample =
         br::Ref<PVSampleBuffer>::adopt(static_cast<PVSampleBufferRef>(const_cast<void*>(head)));
     appendData(mdat, sample.get());
+    if (mappedBytes_ > kMappedBytes) {
+      releasePages(movie_.media());
+      mappedBytes_ = 0;
+    }
   }
   if (!PVBufferQueueIsEmpty(queue_.get()))
     throw RemuxFailure(fmt::format("a sample of track {} is not, or not all, in the file", track + 1));
@@ -40,6 +47,7 @@ void MediaWriter::appendData(KivAtomWriter& mdat, PVSampleBufferRef sample) {
   const size_t length = PVBlockBufferGetDataLength(data);
   if (length == 0) return;
   doneBytes_ += length;
+  mappedBytes_ += length;
   if (pending_.size() + length > kPendingBytes) flush(mdat);
   if (length > kPendingBytes)
     return check(KivAtomWriterAppendBlockBufferData(&mdat, data), "the output cannot be written");

@@ -24,9 +24,10 @@ class MediaWriter {
  private:
   void appendData(KivAtomWriter& mdat, PVSampleBufferRef sample);
 
+  const MovieFile& movie_;
   std::vector<TrackSamples> tracks_;
   br::Ref<PVBufferQueue> queue_;
   std::vector<uint8_t> pending_;
-  uint64_t totalBytes_, doneBytes_ = 0;
+  uint64_t totalBytes_, doneBytes_ = 0, mappedBytes_ = 0;
   Progress& progress_;
 };
