@@ -16,6 +16,8 @@
 #include <pevrin/handler.h>
 #include <pevrin/image_description.h>
 #include <pevrin/memory_pool.h>
+#include <pevrin/metadata.h>
+#include <pevrin/metadata_data_type.h>
 #include <pevrin/notification_center.h>
 #include <pevrin/sample_buffer.h>
 #include <pevrin/sample_buffer_audio.h>
