@@ -38,6 +38,7 @@ AIMS = {
     ("NotifyPost100", "Peer:boost::signals2"): 0.2,
     ("AtomWalk1000", "Peer:GstByteReader"): 1.5,
     ("AtomWrite1000", "Peer:GstByteWriter"): 0.7,
+    ("GzipRead", "Peer:gzread"): 1.1,
     ("WorkQueuePostRun", "Peer:asio::strand"): 1.0,
     ("RunLoopTimerLateP50", "Plain:timerfd"): 1.15,
     ("RunLoopTimerLateP90", "Plain:timerfd"): 1.15,

@@ -28,6 +28,11 @@ PVStatus pv::readIntoNewBlock(KivByteStreamRef stream, int64_t offset, size_t le
   int64_t totalLength = 0;
   if (PVStatus status = KivByteStreamGetTotalLength(stream, &totalLength)) return status;
   length = std::min(length, static_cast<size_t>(std::max<int64_t>(totalLength - offset, 0)));
+  return readIntoNewBlockOf(stream, offset, length, blockBufferOut);
+}
+
+PVStatus pv::readIntoNewBlockOf(KivByteStreamRef stream, int64_t offset, size_t length,
+                                PVBlockBufferRef* blockBufferOut) {
   if (length == 0) return PVBlockBufferCreateEmpty(nullptr, 0, 0, blockBufferOut);
   br::Ref<PVBlockBuffer> block;
   if (PVStatus status =

@@ -47,9 +47,14 @@ PVStatus createByteStream(BRAllocatorRef allocator, const KivByteStreamVTable& v
   return 0;
 }
 
-// The readAndCreateBlockBuffer of classes that cannot lend their bytes: reads into one new block.
+// The readAndCreateBlockBuffer of classes that cannot lend their bytes: reads into one new block, no longer
+// than what the stream has.
 PVStatus readIntoNewBlock(KivByteStreamRef stream, int64_t offset, size_t length,
                           PVBlockBufferRef* blockBufferOut);
+
+// The same for a length that may be allocated as it is.
+PVStatus readIntoNewBlockOf(KivByteStreamRef stream, int64_t offset, size_t length,
+                            PVBlockBufferRef* blockBufferOut);
 
 }  // namespace pv
 

@@ -23,7 +23,7 @@ need_packages() {
 
 # What building the library, the command and the tests takes.
 BUILD_PACKAGES=(g++ cmake ninja-build ccache libasio-dev libfmt-dev nlohmann-json3-dev libcli11-dev libgtest-dev
-  libavcodec-dev libasound2-dev)
+  libavcodec-dev libasound2-dev zlib1g-dev)
 
 # build PRESET [cmake --build argument...]: configures when needed, then builds; quiet unless it fails.
 build() {

@@ -21,7 +21,8 @@ constexpr std::pair<std::string_view, Codec> kExtensions[] = {
     {".h265", Codec::HEVC}, {".hevc", Codec::HEVC}, {".hvc", Codec::HEVC},
 };
 
-std::optional<Codec> codecOfName(const std::string& fileName) {
+std::optional<Codec> codecOfName(std::string fileName) {
+  if (fileName.ends_with(".gz")) fileName.resize(fileName.size() - 3);
   const size_t dot = fileName.find_last_of("./");
   if (dot == std::string::npos || fileName[dot] == '/') return std::nullopt;
   std::string extension = fileName.substr(dot);

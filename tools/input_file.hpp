@@ -4,7 +4,12 @@
 #include <kiv/byte_stream.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
+
+#include "damage.hpp"
+
+enum FileForm { kPlain, kPlainOrGzip };
 
 class InputFile {
  public:
@@ -13,10 +18,13 @@ class InputFile {
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
 
-  // Says why not, or nothing. Does not wait: a pipe without a writer is refused like any other.
-  std::string open(const std::string& name);
+  // Says why not, or nothing. Does not wait: a pipe without a writer is refused like any other. Stream and
+  // size are those of what a compressed file holds; the descriptor is the file's as it stands.
+  std::string open(const std::string& name, FileForm form = kPlain);
 
   int descriptor() const { return descriptor_; }
+  // What is wrong with a compressed file; stream and size are those of what is before it.
+  const std::optional<Damage>& damage() const { return damage_; }
   KivByteStreamRef stream() const { return stream_; }
   int64_t size() const { return size_; }
 
@@ -24,4 +32,8 @@ class InputFile {
   int descriptor_ = -1;
   KivByteStreamRef stream_ = nullptr;
   int64_t size_ = 0;
+  std::optional<Damage> damage_;
+
+  bool isGzip() const;
+  std::string unpack();
 };

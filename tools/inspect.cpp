@@ -27,7 +27,9 @@ namespace {
 class Inspection final : public AtomVisitor, public ParameterSetVisitor {
  public:
   Inspection(Report& report, const Output& output, const InputFile& file, const InspectOptions& options)
-      : report_(report), output_(output), file_(file), options_(options), index_(file.size()) {}
+      : report_(report), output_(output), file_(file), options_(options), index_(file.size()) {
+    if (file.damage()) damages_.push_back(*file.damage());
+  }
 
   bool beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) override {
     report_.beginAtom(atom);
@@ -75,8 +77,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
     index_.finish(facts_, damages_);
     for (size_t i = 0; i < index_.tracks().size(); ++i)
       index_.tracks()[i].packings = packingsOf(descriptions_.ofTrack(i));
-    const auto media = mapMedia(file_.descriptor(), file_.size());
-    if (!media) damages_.push_back({"", 0, kKivByteStreamError_ReadFailed, "the file cannot be mapped"});
+    const auto media = mediaWithoutBytes(file_.size());
     SampleListing listing(facts_, index_, descriptions_, media.get(), output_, progress_, damages_);
     report_.endMovie(facts_, descriptions_, sets_, &listing);
   }
@@ -98,7 +99,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
 
 ExitStatus inspect(const std::string& fileName, const InspectOptions& options) {
   InputFile file;
-  if (const std::string reason = file.open(fileName); !reason.empty()) {
+  if (const std::string reason = file.open(fileName, kPlainOrGzip); !reason.empty()) {
     complain(fileName, reason);
     return kFailed;
   }

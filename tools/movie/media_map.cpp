@@ -16,6 +16,16 @@ br::Ref<PVBlockBuffer> mapMedia(int descriptor, int64_t size) {
   return media;
 }
 
+br::Ref<PVBlockBuffer> mediaWithoutBytes(int64_t size) {
+  br::Ref<PVBlockBuffer> media;
+  const auto length = static_cast<size_t>(size);
+  const PVBlockBufferCustomBlockSource source = {0, [](void*, size_t) -> void* { return nullptr; }, nullptr,
+                                                 nullptr};
+  if (size > 0)
+    PVBlockBufferCreateWithMemoryBlock(nullptr, nullptr, length, nullptr, &source, 0, length, 0, media.out());
+  return media;
+}
+
 void releasePages(PVBlockBufferRef media) {
   size_t length = 0;
   char* bytes = nullptr;
