@@ -179,13 +179,37 @@ bool pullChromaFormat(BitReader& reader, KivH264ParsedSPS& sps) {
   return reader.ok();
 }
 
-bool PullParamSetSPS(BitReader& reader, KivH264ParsedSPS& sps) {
+namespace {
+
+// From profile_idc to log2_max_frame_num_minus4.
+bool pullSPSToFrameNum(BitReader& reader, KivH264ParsedSPS& sps) {
   if (!pullSPSBeginning(reader, sps) || !pullChromaFormat(reader, sps)) return false;
   if (codesChromaFormat(sps.profileIdc)) {
     reader.skip(1);  // qpprime_y_zero_transform_bypass_flag
     if (reader.flag()) skipScalingMatrix(reader, sps.chromaFormatIdc == kChroma444 ? 12 : 8);
   }
   sps.log2MaxFrameNum = reader.ue() + 4;
+  return reader.ok();
+}
+
+}  // namespace
+
+bool pullPicOrderCntCycle(BitReader& reader, PicOrderCntCycle& cycle) {
+  KivH264ParsedSPS sps{};
+  if (!pullSPSToFrameNum(reader, sps)) return false;
+  cycle.present = reader.ueUpTo(2) == 1;
+  if (!cycle.present) return reader.ok();
+  reader.skip(1);  // delta_pic_order_always_zero_flag
+  cycle.offsetForNonRefPic = reader.se<kAny>();
+  cycle.offsetForTopToBottomField = reader.se<kAny>();
+  cycle.numRefFrames = reader.ueUpTo(kMostFramesInCycle);
+  for (uint32_t i = 0; i < cycle.numRefFrames && reader.ok(); ++i)
+    cycle.offsetForRefFrame[i] = reader.se<kAny>();
+  return reader.ok();
+}
+
+bool PullParamSetSPS(BitReader& reader, KivH264ParsedSPS& sps) {
+  if (!pullSPSToFrameNum(reader, sps)) return false;
   pullPicOrderCnt(reader, sps);
   sps.maxNumRefFrames = reader.ue();
   reader.skip(1);  // gaps_in_frame_num_value_allowed_flag

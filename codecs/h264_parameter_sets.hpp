@@ -36,6 +36,10 @@ inline uint8_t typeOf(const uint8_t* unit) { return unit[0] & 0x1F; }
 bool pullSPSBeginning(BitReader& reader, KivH264ParsedSPS& sps);
 bool pullChromaFormat(BitReader& reader, KivH264ParsedSPS& sps);
 bool PullParamSetSPS(BitReader& reader, KivH264ParsedSPS& sps);
+struct PicOrderCntCycle : KivH264PicOrderCntCycle {
+  bool present;
+};
+bool pullPicOrderCntCycle(BitReader& reader, PicOrderCntCycle& cycle);
 bool pullPPSBeginning(BitReader& reader, KivH264ParsedPPS& pps);  // the IDs
 bool pullPPS(BitReader& reader, KivH264ParsedPPS& pps);
 

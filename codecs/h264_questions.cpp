@@ -76,6 +76,17 @@ PVStatus KivH264Bridge_GetSPSIsInterlaced(const uint8_t* bytes, size_t length, b
   });
 }
 
+PVStatus KivH264Bridge_GetSPSPicOrderCntCycle(const uint8_t* bytes, size_t length,
+                                              KivH264PicOrderCntCycle* cycleOut) {
+  if (!cycleOut) return signalError(kKivBridgeError_InvalidParameter);
+  h264::PicOrderCntCycle cycle;
+  PVStatus status = h264::parseUnit(bytes, length, h264::kSPS, h264::pullPicOrderCntCycle, cycle);
+  if (!status && !cycle.present) status = kKivBridgeError_InvalidParameter;
+  if (status) return signalError(status);
+  *cycleOut = cycle;
+  return kPVStatus_Success;
+}
+
 PVStatus KivH264Bridge_GetSPS_VUI_Framerate(const uint8_t* bytes, size_t length, float* framesPerSecondOut,
                                             bool* fixedFrameRateOut, bool* picStructPresentOut,
                                             bool* hrdPresentOut, uint32_t* delayBitsOut) {

@@ -154,10 +154,10 @@ PVStatus KivH264Bridge_GetSliceInformation(KivH264HLSfMP4ParsingInfoRef info, co
   *informationOut = {.offset = 0,
                      .length = length,
                      .clearBytes = header.clearBytes,
-                     .ppsID = header.slice.picParameterSetID,
+                     .ppsID = header.slice.ppsID,
                      .interlaceType = header.interlaceType,
-                     .sliceType = static_cast<uint8_t>(header.slice.sliceType),
-                     .nalUnitType = header.slice.unitType,
-                     .nalRefIDC = header.slice.refIdc};
+                     .sliceType = header.slice.sliceType,
+                     .nalUnitType = header.slice.nalUnitType,
+                     .nalRefIDC = header.slice.nalRefIDC};
   return kPVStatus_Success;
 }

@@ -22,7 +22,7 @@ PVStatus readSlice(const uint8_t* unit, size_t length, const KivH264ParsedSPS* s
 PVStatus KivH264Bridge_GetPPSSequenceIDFromSlice(const uint8_t* bytes, size_t length, uint32_t* ppsIDOut) {
   h264::SliceHeader slice;
   if (PVStatus status = readSlice(bytes, length, nullptr, slice)) return signalError(status);
-  if (ppsIDOut) *ppsIDOut = slice.picParameterSetID;
+  if (ppsIDOut) *ppsIDOut = slice.ppsID;
   return kPVStatus_Success;
 }
 
@@ -56,5 +56,22 @@ PVStatus KivH264Bridge_MeasureSliceHeader(const uint8_t* bytes, size_t length, c
   if (PVStatus status = h264::measureSliceHeader(bytes, length, findSets, header)) return signalError(status);
   if (headerBitsOut) *headerBitsOut = header.bits;
   if (clearBytesOut) *clearBytesOut = header.clearBytes;
+  return kPVStatus_Success;
+}
+
+PVStatus KivH264Bridge_GetSlicePicture(const uint8_t* bytes, size_t length, const KivH264ParsedSPS* sps,
+                                       const KivH264ParsedPPS* pps, KivH264SlicePicture* pictureOut) {
+  if (!sps || !pps || !pictureOut || pps->seqParameterSetID != sps->seqParameterSetID)
+    return signalError(kKivBridgeError_InvalidParameter);
+  h264::SliceHeader slice;
+  const PVStatus status = h264::readSliceHead(bytes, length, [&](BitReader& reader) -> PVStatus {
+    slice = {};
+    if (!h264::pullSliceBeginning(reader, slice)) return kKivBridgeError_UnreadableData;
+    if (slice.ppsID != pps->picParameterSetID) return kKivBridgeError_InvalidParameter;
+    if (!h264::pullSlicePicture(reader, *sps, *pps, slice)) return kKivBridgeError_UnreadableData;
+    return kPVStatus_Success;
+  });
+  if (status) return signalError(status);
+  *pictureOut = slice;
   return kPVStatus_Success;
 }

@@ -7,30 +7,32 @@ namespace {
 // slice_type, Table 7-6, modulo 5.
 enum SliceType : uint32_t { kP, kB, kI, kSP, kSI, kSliceTypes };
 
+constexpr uint32_t kAny = BitReader::kAnyCode;
 constexpr uint32_t kMostNumberBits = 16;  // of frame_num and pic_order_cnt_lsb
 constexpr uint32_t kMostReferences = 32;
 constexpr uint32_t kMapTypeFirstEvolving = 3, kMapTypeLastEvolving = 5;
 
-bool isIDR(const SliceHeader& slice) { return slice.unitType == kIDRSlice; }
+bool isIDR(const SliceHeader& slice) { return slice.nalUnitType == kIDRSlice; }
 bool isIntra(const SliceHeader& slice) { return slice.sliceType == kI || slice.sliceType == kSI; }
 
 uint32_t chromaArrayType(const KivH264ParsedSPS& sps) {
   return sps.separateColourPlane ? 0 : sps.chromaFormatIdc;
 }
 
-void skipNumber(BitReader& reader, uint32_t bits) {
-  if (bits > kMostNumberBits) return reader.fail();
-  reader.skip(bits);
+uint32_t pullNumber(BitReader& reader, uint32_t bits) {
+  if (bits > kMostNumberBits) reader.fail();
+  return reader.bits(bits);
 }
 
-void skipPicOrderCnt(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
-                     const SliceHeader& slice) {
+void pullPicOrderCnt(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
+                     SliceHeader& slice) {
   const bool codesBottom = pps.bottomFieldPicOrderInFramePresent && !slice.fieldPic;
   if (sps.picOrderCntType == 0) {
-    skipNumber(reader, sps.log2MaxPicOrderCntLsb);
-    if (codesBottom) reader.skipCode();
+    slice.picOrderCntLsb = pullNumber(reader, sps.log2MaxPicOrderCntLsb);
+    if (codesBottom) slice.deltaPicOrderCntBottom = reader.se<kAny>();
   } else if (sps.picOrderCntType == 1 && !sps.deltaPicOrderAlwaysZero) {
-    reader.skipCodes(codesBottom ? 2 : 1);
+    slice.deltaPicOrderCnt[0] = reader.se<kAny>();
+    if (codesBottom) slice.deltaPicOrderCnt[1] = reader.se<kAny>();
   }
 }
 
@@ -84,13 +86,14 @@ void skipPrediction(BitReader& reader, const KivH264ParsedSPS& sps, const KivH26
 }
 
 // dec_ref_pic_marking (7.3.3.3).
-void skipReferenceMarking(BitReader& reader, const SliceHeader& slice) {
+void pullReferenceMarking(BitReader& reader, SliceHeader& slice) {
   constexpr uint32_t kMostOperations = 6;
-  if (slice.refIdc == 0) return;
+  if (slice.nalRefIDC == 0) return;
   if (isIDR(slice)) return reader.skip(2);  // no_output_of_prior_pics_flag, long_term_reference_flag
   if (!reader.flag()) return;               // adaptive_ref_pic_marking_mode_flag
   for (uint32_t operation = reader.ue(); operation != 0 && reader.ok(); operation = reader.ue()) {
     if (operation > kMostOperations) return reader.fail();
+    if (operation == 5) slice.forgetsReferences = true;
     if (operation == 3) reader.skipCodes(2);
     if (operation != 3 && operation != 5) reader.skipCode();
   }
@@ -120,30 +123,36 @@ void skipSliceGroupChange(BitReader& reader, const KivH264ParsedSPS& sps, const 
 
 bool pullSliceBeginning(BitReader& reader, SliceHeader& slice) {
   reader.skip(1);  // forbidden_zero_bit
-  slice.refIdc = static_cast<uint8_t>(reader.bits(2));
-  slice.unitType = static_cast<uint8_t>(reader.bits(5));
-  reader.skipCode();  // first_mb_in_slice
-  slice.sliceType = reader.ueUpTo(2 * kSliceTypes - 1) % kSliceTypes;
-  slice.picParameterSetID = reader.ueUpTo(kMostPPSID);
+  slice.nalRefIDC = static_cast<uint8_t>(reader.bits(2));
+  slice.nalUnitType = static_cast<uint8_t>(reader.bits(5));
+  slice.firstMbInSlice = reader.ue<kAny>();
+  slice.sliceType = static_cast<uint8_t>(reader.ueUpTo(2 * kSliceTypes - 1) % kSliceTypes);
+  slice.ppsID = reader.ueUpTo(kMostPPSID);
   return reader.ok();
 }
 
 bool pullSliceStructure(BitReader& reader, const KivH264ParsedSPS& sps, SliceHeader& slice) {
   if (sps.separateColourPlane) reader.skip(2);  // colour_plane_id
-  skipNumber(reader, sps.log2MaxFrameNum);
+  slice.frameNum = pullNumber(reader, sps.log2MaxFrameNum);
   slice.fieldPic = !sps.frameMbsOnly && reader.flag();
   slice.bottomField = slice.fieldPic && reader.flag();
   return reader.ok();
 }
 
+bool pullSlicePicture(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
+                      SliceHeader& slice) {
+  if (!pullSliceStructure(reader, sps, slice)) return false;
+  if (isIDR(slice)) slice.idrPicID = reader.ue<kAny>();
+  pullPicOrderCnt(reader, sps, pps, slice);
+  if (pps.redundantPicCntPresent) slice.redundantPicCnt = reader.ue<kAny>();
+  skipPrediction(reader, sps, pps, slice);
+  pullReferenceMarking(reader, slice);
+  return reader.ok();
+}
+
 bool PullSliceHeader(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
                      SliceHeader& slice) {
-  if (!pullSliceStructure(reader, sps, slice)) return false;
-  if (isIDR(slice)) reader.skipCode();  // idr_pic_id
-  skipPicOrderCnt(reader, sps, pps, slice);
-  if (pps.redundantPicCntPresent) reader.skipCode();
-  skipPrediction(reader, sps, pps, slice);
-  skipReferenceMarking(reader, slice);
+  if (!pullSlicePicture(reader, sps, pps, slice)) return false;
   if (pps.entropyCodingMode && !isIntra(slice)) reader.skipCode();  // cabac_init_idc
   skipQuantisation(reader, slice);
   skipDeblocking(reader, pps);

@@ -12,14 +12,7 @@ constexpr uint32_t kMostPPSID = 255;
 constexpr uint32_t kMostSPSID = 31;
 
 // What is kept of a header; the rest is only stepped over.
-struct SliceHeader {
-  uint8_t unitType;
-  uint8_t refIdc;
-  uint32_t sliceType;  // 0 to 4
-  uint32_t picParameterSetID;
-  bool fieldPic;
-  bool bottomField;
-};
+using SliceHeader = KivH264SlicePicture;
 
 // False: it cannot be read.
 
@@ -27,6 +20,9 @@ struct SliceHeader {
 bool pullSliceBeginning(BitReader& reader, SliceHeader& slice);
 // From there to bottom_field_flag.
 bool pullSliceStructure(BitReader& reader, const KivH264ParsedSPS& sps, SliceHeader& slice);
+// From pic_parameter_set_id to behind dec_ref_pic_marking: all that is kept.
+bool pullSlicePicture(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
+                      SliceHeader& slice);
 // From pic_parameter_set_id to the end.
 bool PullSliceHeader(BitReader& reader, const KivH264ParsedSPS& sps, const KivH264ParsedPPS& pps,
                      SliceHeader& slice);
@@ -74,7 +70,7 @@ PVStatus measureSliceHeader(const uint8_t* unit, size_t length, FindSets findSet
     const KivH264ParsedSPS* sps;
     const KivH264ParsedPPS* pps;
     if (!pullSliceBeginning(reader, slice)) return kKivBridgeError_UnreadableData;
-    if (!findSets(slice.picParameterSetID, sps, pps)) return kKivBridgeError_InvalidParameter;
+    if (!findSets(slice.ppsID, sps, pps)) return kKivBridgeError_InvalidParameter;
     if (!PullSliceHeader(reader, *sps, *pps, slice)) return kKivBridgeError_UnreadableData;
     end = reader.position();
     out.interlaceType = interlaceTypeOf(*sps, slice);

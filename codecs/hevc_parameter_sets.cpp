@@ -143,7 +143,10 @@ void pullCodingTools(BitReader& reader, KivHEVCParsedSPS& sps) {
   sps.log2MaxPicOrderCntLsb = reader.ueUpTo(12) + 4;
   const bool orderingOfAllSubLayers = reader.flag();
   reader.skipCodes(3 * (orderingOfAllSubLayers ? sps.maxSubLayers : 1));
-  reader.skipCodes(6);  // block sizes, hierarchy depths
+  const uint64_t minCodingBlock = uint64_t{reader.ue<kAny>()} + 3;
+  const uint64_t ctbSize = minCodingBlock + reader.ue<kAny>();
+  sps.log2CtbSize = ctbSize < 32 ? static_cast<uint32_t>(ctbSize) : 0;
+  reader.skipCodes(4);  // transform block sizes, hierarchy depths
   if (reader.flag() && reader.flag()) skipScalingLists(reader);
   reader.skip(2);       // amp, sample_adaptive_offset
   if (reader.flag()) {  // pcm
@@ -309,8 +312,10 @@ bool pullPPSBeginning(BitReader& reader, KivHEVCParsedPPS& pps) {
 
 bool pullPPS(BitReader& reader, KivHEVCParsedPPS& pps) {
   if (!pullPPSBeginning(reader, pps)) return false;
-  // dependent_slice_segments, output_flag_present, num_extra_slice_header_bits, sign_data_hiding, cabac_init
-  reader.skip(2 + 3 + 2);
+  pps.dependentSliceSegmentsEnabled = reader.flag();
+  pps.outputFlagPresent = reader.flag();
+  pps.numExtraSliceHeaderBits = reader.bits(3);
+  reader.skip(2);                        // sign_data_hiding, cabac_init
   reader.skipCodes(3);                   // reference counts, init_qp
   reader.skip(2);                        // constrained_intra_pred, transform_skip
   if (reader.flag()) reader.skipCode();  // diff_cu_qp_delta_depth

@@ -121,6 +121,20 @@ PV_EXPORT PVStatus KivH264Bridge_GetSPS_VUI_Framerate(const uint8_t *sps, size_t
                                                       bool *fixedFrameRateOut, bool *picStructPresentOut,
                                                       bool *hrdPresentOut, uint32_t *delayBitsOut);
 
+/* How picture order counts of type 1 go on from frame to frame (7.4.2.1.1, 8.2.1.2). */
+typedef struct KivH264PicOrderCntCycle {
+  int32_t offsetForNonRefPic;
+  int32_t offsetForTopToBottomField;
+  uint32_t numRefFrames; /* 0 to 255 */
+  int32_t offsetForRefFrame[255]; /* the first numRefFrames of them; the others are 0 */
+} KivH264PicOrderCntCycle;
+
+/* The cycle that a set with pic_order_cnt_type 1 codes; cycleOut is required. kKivBridgeError_InvalidParameter for sets
+ * of another type, kKivBridgeError_UnreadableData when one of the offsets takes more than 32 bits. What stands behind
+ * the cycle is not read. */
+PV_EXPORT PVStatus KivH264Bridge_GetSPSPicOrderCntCycle(const uint8_t *sps, size_t length,
+                                                        KivH264PicOrderCntCycle *cycleOut);
+
 /* The sample aspect ratio. An indicator of 0 or 17 to 254 says nothing: success, and nothing is written. */
 PV_EXPORT PVStatus KivH264Bridge_GetSPS_VUI_AspectRatio(const uint8_t *sps, size_t length, uint32_t *horizontalOut,
                                                         uint32_t *verticalOut);

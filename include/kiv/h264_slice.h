@@ -1,5 +1,5 @@
-/* What the header of an H.264 slice says (ITU-T H.264 7.3.3), and where it ends: samples are encrypted behind it, so
- * that readers without a key can still follow the stream.
+/* What the header of an H.264 slice says (ITU-T H.264 7.3.3): which picture the slice belongs to, and where the header
+ * ends: samples are encrypted behind it, so that readers without a key can still follow the stream.
  *
  * A slice is given as its NAL unit, as parameter sets are (<kiv/h264_bridge.h>): header byte first, without start code
  * or length field, emulation prevention bytes left in. It is a slice when its type is 1 or 5 (coded slice), 2 (data
@@ -26,7 +26,7 @@
 #ifndef KIV_H264_SLICE_H
 #define KIV_H264_SLICE_H
 
-#include <kiv/bridge.h>
+#include <kiv/h264_bridge.h>
 
 PV_BEGIN_DECLS
 
@@ -51,6 +51,25 @@ typedef struct KivH264SliceInformation {
   uint8_t nalRefIDC; /* 0: no other picture refers to it */
 } KivH264SliceInformation;
 
+/* What a slice says of its picture, with the names of H.264 7.3.3: enough to tell where in a stream a picture begins
+ * (7.4.1.2.4) and in which order pictures are shown (8.2.1). Values that the header does not code are 0. */
+typedef struct KivH264SlicePicture {
+  uint32_t firstMbInSlice;
+  uint32_t ppsID;
+  uint32_t frameNum;
+  uint32_t idrPicID;
+  uint32_t picOrderCntLsb;
+  int32_t deltaPicOrderCntBottom;
+  int32_t deltaPicOrderCnt[2];
+  uint32_t redundantPicCnt; /* not 0: a second coding of a picture or of a part of it */
+  bool fieldPic;
+  bool bottomField;
+  bool forgetsReferences; /* memory_management_control_operation 5: frame_num and order count begin again at 0 */
+  uint8_t sliceType;      /* as in KivH264SliceInformation */
+  uint8_t nalUnitType;
+  uint8_t nalRefIDC;
+} KivH264SlicePicture;
+
 /* The ID of the picture parameter set that the slice refers to. */
 PV_EXPORT PVStatus KivH264Bridge_GetPPSSequenceIDFromSlice(const uint8_t *slice, size_t length, uint32_t *ppsIDOut);
 
@@ -58,6 +77,13 @@ PV_EXPORT PVStatus KivH264Bridge_GetPPSSequenceIDFromSlice(const uint8_t *slice,
  * parameter set, which is not checked here. */
 PV_EXPORT PVStatus KivH264Bridge_GetInterlaceTypeFromSlice(const uint8_t *slice, size_t length, const uint8_t *sps,
                                                            size_t spsLength, KivH264InterlaceType *typeOut);
+
+/* What the slice says of its picture. For readers of streams, who ask it of every slice: the sets are given parsed, as
+ * KivH264Bridge_ParseSPS and KivH264Bridge_ParsePPS wrote them. pps must be the set that the slice refers to, and sps
+ * the one that pps refers to. All pointers are required. The header is read as far as the marking of reference
+ * pictures; what is wrong behind it does not matter. */
+PV_EXPORT PVStatus KivH264Bridge_GetSlicePicture(const uint8_t *slice, size_t length, const KivH264ParsedSPS *sps,
+                                                 const KivH264ParsedPPS *pps, KivH264SlicePicture *pictureOut);
 
 /* How long the slice header is. *headerBitsOut counts the bits of slice_header in the payload: from behind the NAL
  * unit's header byte, without emulation prevention bytes, to the first bit behind it (slice data, its alignment, or

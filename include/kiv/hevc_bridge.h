@@ -59,6 +59,7 @@ typedef struct KivHEVCParsedSPS {
   uint32_t bitDepthLuma;
   uint32_t bitDepthChroma;
   uint32_t log2MaxPicOrderCntLsb;
+  uint32_t log2CtbSize; /* 4 to 6 in what the standard allows; 0 for sums that no size can be */
   bool vuiPresent;
   KivVideoUsability vui;
   bool fieldSeq; /* a picture is a field; from here on of the usability information, false and 0 without it */
@@ -71,10 +72,13 @@ typedef struct KivHEVCParsedSPS {
   uint32_t minSpatialSegmentationIdc; /* 0 to 4095; 0 when it is not coded */
 } KivHEVCParsedSPS;
 
-/* A picture parameter set, with the names of H.265 7.3.2.3.1, as far as configuration records need it. */
+/* A picture parameter set, with the names of H.265 7.3.2.3.1, as far as configuration records and slices need it. */
 typedef struct KivHEVCParsedPPS {
   uint32_t ppsID;
   uint32_t spsID;
+  bool dependentSliceSegmentsEnabled;
+  bool outputFlagPresent;
+  uint32_t numExtraSliceHeaderBits; /* 0 to 7 */
   bool tilesEnabled;
   bool entropyCodingSyncEnabled;
 } KivHEVCParsedPPS;

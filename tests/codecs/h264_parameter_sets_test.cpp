@@ -410,4 +410,27 @@ TEST(H264PPS, SliceGroupsOfEveryKind) {
   EXPECT_EQ(KivH264Bridge_ParsePPS(tooMany.data(), tooMany.size(), &pps), kUnreadable);
 }
 
+TEST(H264ParameterSets, TellTheirCycleOfOrderCounts) {
+  BitWriter writer;
+  writer.bits(0x67, 8).bits(66, 8).bits(0, 8).bits(30, 8).ue(0).ue(0).ue(1).flag(false);
+  const Bytes unit = writer.se(-7).se(1 << 20).ue(3).se(4).se(-2).se(300).unit();
+  KivH264PicOrderCntCycle cycle{};
+  ASSERT_EQ(KivH264Bridge_GetSPSPicOrderCntCycle(unit.data(), unit.size(), &cycle), 0);
+  EXPECT_EQ(cycle.offsetForNonRefPic, -7);
+  EXPECT_EQ(cycle.offsetForTopToBottomField, 1 << 20);
+  EXPECT_EQ(cycle.numRefFrames, 3u);
+  EXPECT_EQ(cycle.offsetForRefFrame[0], 4);
+  EXPECT_EQ(cycle.offsetForRefFrame[1], -2);
+  EXPECT_EQ(cycle.offsetForRefFrame[2], 300);
+  EXPECT_EQ(cycle.offsetForRefFrame[3], 0);
+  for (size_t length = 1; length + 1 < unit.size(); ++length)
+    EXPECT_EQ(KivH264Bridge_GetSPSPicOrderCntCycle(unit.data(), length, &cycle),
+              kKivBridgeError_UnreadableData);
+  const Bytes other = SPSFields{}.unit();
+  EXPECT_EQ(KivH264Bridge_GetSPSPicOrderCntCycle(other.data(), other.size(), &cycle),
+            kKivBridgeError_InvalidParameter);
+  EXPECT_EQ(KivH264Bridge_GetSPSPicOrderCntCycle(unit.data(), unit.size(), nullptr),
+            kKivBridgeError_InvalidParameter);
+}
+
 }  // namespace

@@ -240,6 +240,99 @@ TEST(H264Slice, RefusesWhatItCannotFollow) {
   EXPECT_EQ(KivH264Bridge_GetPPSSequenceIDFromSlice(sps.data(), sps.size(), nullptr), kInvalid);
 }
 
+struct Told {
+  PVStatus status;
+  KivH264SlicePicture picture;
+};
+
+Told tell(const Bytes& slice, const Bytes& spsBytes, const Bytes& ppsBytes) {
+  KivH264ParsedSPS sps;
+  KivH264ParsedPPS pps;
+  EXPECT_EQ(KivH264Bridge_ParseSPS(spsBytes.data(), spsBytes.size(), &sps), 0);
+  EXPECT_EQ(KivH264Bridge_ParsePPS(ppsBytes.data(), ppsBytes.size(), &pps), 0);
+  Told told{};
+  told.picture.frameNum = 99;
+  told.status = KivH264Bridge_GetSlicePicture(slice.data(), slice.size(), &sps, &pps, &told.picture);
+  return told;
+}
+
+// Frames of fields in two slices each (x264), with the values that FFmpeg's trace_headers filter shows.
+TEST(H264Slice, RealHeadersTellTheirPicture) {
+  const Bytes sps = {0x67, 0x64, 0x00, 0x15, 0xAC, 0xD9, 0x42, 0x1B, 0x60, 0x22, 0x00, 0x00,
+                     0x03, 0x00, 0x02, 0x00, 0x00, 0x03, 0x00, 0x65, 0x3E, 0x28, 0x53, 0x2C};
+  const Bytes pps = {0x68, 0xFA, 0xA3, 0xCB, 0x22, 0xC0};
+  const struct {
+    Bytes slice;
+    uint32_t firstMb, frameNum, lsb;
+    uint8_t sliceType, unitType, refIDC;
+  } cases[] = {
+      {{0x65, 0x88, 0x82, 0x02, 0x0D, 0xFF, 0xCC, 0xD4, 0x46, 0x41}, 0, 0, 0, kI, 5, 3},
+      {{0x65, 0x08, 0x88, 0x82, 0x02, 0x01, 0x2F, 0xF6, 0xE8, 0xC9}, 16, 0, 0, kI, 5, 3},
+      {{0x41, 0x9A, 0x21, 0x96, 0x4D, 0xFF, 0xBC, 0x65, 0x62, 0xD6}, 0, 1, 6, kP, 1, 2},
+      {{0x41, 0x08, 0x9A, 0x21, 0x96, 0x41, 0x3F, 0xFB, 0xA8, 0xCA}, 16, 1, 6, kP, 1, 2},
+      {{0x41, 0x9E, 0x40, 0x97, 0x88, 0x4B, 0xFF, 0xF5, 0x9F, 0x87}, 0, 2, 2, kB, 1, 2},
+      {{0x01, 0x9E, 0x61, 0x14, 0x42, 0x9F, 0xEF, 0x79, 0x90, 0xDE}, 0, 3, 4, kB, 1, 0},
+  };
+  for (const auto& c : cases) {
+    const auto [status, picture] = tell(c.slice, sps, pps);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(picture.firstMbInSlice, c.firstMb);
+    EXPECT_EQ(picture.frameNum, c.frameNum);
+    EXPECT_EQ(picture.picOrderCntLsb, c.lsb);
+    EXPECT_EQ(picture.deltaPicOrderCntBottom, 1);
+    EXPECT_EQ(picture.sliceType, c.sliceType);
+    EXPECT_EQ(picture.nalUnitType, c.unitType);
+    EXPECT_EQ(picture.nalRefIDC, c.refIDC);
+    EXPECT_FALSE(picture.fieldPic || picture.bottomField || picture.forgetsReferences);
+    const Told cut = tell(Bytes(c.slice.begin(), c.slice.begin() + 3), sps, pps);
+    EXPECT_EQ(cut.status, kUnreadable);
+    EXPECT_EQ(cut.picture.frameNum, 99u);
+  }
+}
+
+TEST(H264Slice, WrittenHeadersTellTheirPicture) {
+  const auto picture = [](const char* what) {
+    for (const Written& slice : writtenSlices()) {
+      if (std::string(slice.what) != what) continue;
+      const Told told = tell(slice.header.unit(), slice.sps.unit(), slice.pps.unit());
+      EXPECT_EQ(told.status, 0) << what;
+      return told.picture;
+    }
+    ADD_FAILURE() << what;
+    return KivH264SlicePicture{};
+  };
+  EXPECT_EQ(picture("IDR with a long ID").idrPicID, 65535u);
+  EXPECT_EQ(picture("order count of type 1").deltaPicOrderCnt[0], -70000);
+  EXPECT_EQ(picture("order count of type 1").deltaPicOrderCnt[1], 70000);
+  EXPECT_TRUE(picture("top field").fieldPic);
+  EXPECT_FALSE(picture("top field").bottomField);
+  EXPECT_EQ(picture("top field").deltaPicOrderCnt[0], 9);
+  EXPECT_TRUE(picture("bottom field").bottomField);
+  EXPECT_EQ(picture("bottom field").picOrderCntLsb, 3u);
+  EXPECT_EQ(picture("frame among fields").deltaPicOrderCntBottom, -2);
+  EXPECT_EQ(picture("redundant picture, deblocking").redundantPicCnt, 127u);
+  EXPECT_TRUE(picture("P with lists and marking").forgetsReferences);
+  EXPECT_EQ(picture("data partition A").ppsID, 255u);
+  EXPECT_EQ(picture("data partition A").firstMbInSlice, 100000u);
+}
+
+TEST(H264Slice, PicturesNeedTheSetsOfTheSlice) {
+  const Bytes slice = writtenSlices().front().header.unit();
+  EXPECT_EQ(tell(slice, SPSFields{.id = 1}.unit(), PPSFields{}.unit()).status, kInvalid);
+  EXPECT_EQ(tell(slice, SPSFields{}.unit(), PPSFields{.id = 1}.unit()).status, kInvalid);
+  EXPECT_EQ(tell({}, SPSFields{}.unit(), PPSFields{}.unit()).status, kInvalid);
+  EXPECT_EQ(tell({0x06, 0x80}, SPSFields{}.unit(), PPSFields{}.unit()).status, kInvalid);
+  KivH264ParsedSPS sps{};
+  KivH264ParsedPPS pps{};
+  KivH264SlicePicture picture;
+  const auto ask = [&](auto... arguments) {
+    return KivH264Bridge_GetSlicePicture(slice.data(), slice.size(), arguments...);
+  };
+  EXPECT_EQ(ask(nullptr, &pps, &picture), kInvalid);
+  EXPECT_EQ(ask(&sps, nullptr, &picture), kInvalid);
+  EXPECT_EQ(ask(&sps, &pps, nullptr), kInvalid);
+}
+
 // Marking operations without end: read on up to a point.
 TEST(H264Slice, LongHeadersAreFollowedSoFar) {
   const Bytes sps = SPSFields{}.unit(), pps = PPSFields{}.unit();
