@@ -161,7 +161,9 @@ ExitStatus run(int argc, char** argv) {
   CLI::App* command = app.add_subcommand(
       "inspect",
       "Show the atoms, times and tracks of a movie, and the parameter sets of a movie or a video stream");
-  command->add_option("FILE", fileName, "The movie, stream or parameter set, also compressed with gzip")->required()->type_name("");
+  command->add_option("FILE", fileName, "The movie, stream or parameter set, also compressed with gzip")
+      ->required()
+      ->type_name("");
   command->add_flag("--json", options.json, "Write one JSON object instead of text");
   command->add_flag("--verify", options.verify,
                     "Write every sample entry again and report bytes that differ");
