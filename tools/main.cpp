@@ -139,6 +139,11 @@ file that OUT's name tells: .mov .qt (QuickTime), .mp4 .m4v .m4a .m4b (MP4), .3g
 .3g2 (3GPP). IN may have its samples in tables or in fragments. Metadata and atoms
 that are not known go along; free space and indexes do not.
 
+A stream of H.264 or HEVC in byte stream format (Annex B) becomes a movie of one track.
+Its pictures last equally long, by --rate or else by the rate that the stream tells, and
+are shown in the order of their picture order counts. Parameter sets go into the sample
+description; when they change on the way, the samples keep theirs, too.
+
 OUT is written beside its place and put there when it is complete: until then, and
 after a failure, what was there before stays. IN and OUT may be the same file.
 
@@ -149,92 +154,125 @@ ExitStatus refuse(const std::string& command, const std::string& reason) {
   return kFailed;
 }
 
-ExitStatus run(int argc, char** argv) {
-  CLI::App app("Looks into movie files (MP4, QuickTime and their kin) and H.264 and HEVC streams.", "pevrin");
-  app.set_version_flag("--version", "pevrin " PEVRIN_VERSION, "Print the version and exit");
-  app.set_help_flag("-h,--help", "Print this help and exit");
-  app.require_subcommand(1);
-  app.footer("To learn more: pevrin inspect --help");
-
-  std::string fileName;
-  InspectOptions options;
-  CLI::App* command = app.add_subcommand(
-      "inspect",
-      "Show the atoms, times and tracks of a movie, and the parameter sets of a movie or a video stream");
-  command->add_option("FILE", fileName, "The movie, stream or parameter set, also compressed with gzip")
-      ->required()
-      ->type_name("");
-  command->add_flag("--json", options.json, "Write one JSON object instead of text");
-  command->add_flag("--verify", options.verify,
-                    "Write every sample entry again and report bytes that differ");
-  command->add_flag("--samples", options.samples,
-                    "List the samples of a movie in the order in which they are shown");
-  command->footer(kInspectFooter);
-
-  std::string input, output, fragment;
-  RemuxOptions remuxOptions;
-  CLI::App* remuxing = app.add_subcommand("remux", "Write the samples of a movie into another movie file");
-  remuxing->add_option("IN", input, "The movie")->required()->type_name("");
-  remuxing->add_option("OUT", output, "The file to write")->required()->type_name("");
-  auto* fragments = remuxing->add_option(
-      "--fragment", fragment,
-      "Write fragments of at least this length, as 2s or 500ms, that begin at sync samples");
-  fragments->type_name("LENGTH");
-  remuxing->add_flag("--faststart", remuxOptions.fastStart, "Write the header before the media")
-      ->excludes(fragments);
-  remuxing->footer(kRemuxFooter);
-
-  std::string played, start, duration;
-  PlayOptions playOptions;
-  CLI::App* playing =
-      app.add_subcommand("play", "Deliver the samples of a movie in time, and tell how late they were");
-  playing->add_option("FILE", played, "The movie")->required()->type_name("");
-  playing->add_option("--rate", playOptions.rate, "How fast; below 0 backwards")->type_name("RATE");
-  playing->add_option("--start", start, "Where on the movie's timeline it begins, as 10s")->type_name("TIME");
-  playing->add_option("--duration", duration, "How much of the timeline is played, as 5s")
-      ->type_name("LENGTH");
-  playing->add_flag("--json", playOptions.json, "Write one JSON object at the end and nothing before");
-  playing->footer(kPlayFooter);
-
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-      app.exit(error);  // help or version
-      return std::fflush(stdout) == 0 ? kSound : kFailed;
-    }
-    const auto chosen = app.get_subcommands();
-    const auto rest = app.remaining();
-    const std::string reason =
-        !chosen.empty() || rest.empty() ? error.what() : fmt::format("{} is not a subcommand", rest.front());
-    return refuse(chosen.empty() ? "" : chosen.front()->get_name() + " ", reason);
+// What the command line asks for, subcommand by subcommand.
+class CommandLine {
+ public:
+  CommandLine() {
+    app_.set_version_flag("--version", "pevrin " PEVRIN_VERSION, "Print the version and exit");
+    app_.set_help_flag("-h,--help", "Print this help and exit");
+    app_.require_subcommand(1);
+    app_.footer("To learn more: pevrin inspect --help");
+    addInspect();
+    addRemux();
+    addPlay();
   }
-  if (app.got_subcommand(command)) return inspect(fileName, options);
-  if (app.got_subcommand(playing)) {
-    if (!(std::abs(playOptions.rate) > 0) || std::isinf(playOptions.rate))
+
+  ExitStatus run(int argc, char** argv) {
+    try {
+      app_.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+      if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        app_.exit(error);  // help or version
+        return std::fflush(stdout) == 0 ? kSound : kFailed;
+      }
+      const auto chosen = app_.get_subcommands();
+      const auto rest = app_.remaining();
+      const std::string reason = !chosen.empty() || rest.empty()
+                                     ? error.what()
+                                     : fmt::format("{} is not a subcommand", rest.front());
+      return refuse(chosen.empty() ? "" : chosen.front()->get_name() + " ", reason);
+    }
+    if (app_.got_subcommand(inspect_)) return inspect(file_, inspectOptions_);
+    return app_.got_subcommand(remux_) ? runRemux() : runPlay();
+  }
+
+ private:
+  void addInspect() {
+    inspect_ = app_.add_subcommand(
+        "inspect",
+        "Show the atoms, times and tracks of a movie, and the parameter sets of a movie or a video stream");
+    addFile(inspect_, "FILE", file_, "The movie, stream or parameter set, also compressed with gzip");
+    inspect_->add_flag("--json", inspectOptions_.json, "Write one JSON object instead of text");
+    inspect_->add_flag("--verify", inspectOptions_.verify,
+                       "Write every sample entry again and report bytes that differ");
+    inspect_->add_flag("--samples", inspectOptions_.samples,
+                       "List the samples of a movie in the order in which they are shown");
+    inspect_->footer(kInspectFooter);
+  }
+
+  void addRemux() {
+    remux_ =
+        app_.add_subcommand("remux", "Write the samples of a movie, or of a video stream, into a movie file");
+    addFile(remux_, "IN", file_, "The movie, or a stream of H.264 or HEVC");
+    addFile(remux_, "OUT", output_, "The file to write");
+    auto* fragments = remux_->add_option(
+        "--fragment", fragment_,
+        "Write fragments of at least this length, as 2s or 500ms, that begin at sync samples");
+    fragments->type_name("LENGTH");
+    remux_->add_flag("--faststart", remuxOptions_.fastStart, "Write the header before the media")
+        ->excludes(fragments);
+    remux_->add_option("--rate", frameRate_, "Frames in a second of a stream, as 25 or 30000/1001")
+        ->type_name("RATE");
+    remux_->footer(kRemuxFooter);
+  }
+
+  void addPlay() {
+    play_ =
+        app_.add_subcommand("play", "Deliver the samples of a movie in time, and tell how late they were");
+    addFile(play_, "FILE", file_, "The movie");
+    play_->add_option("--rate", playOptions_.rate, "How fast; below 0 backwards")->type_name("RATE");
+    play_->add_option("--start", start_, "Where on the movie's timeline it begins, as 10s")
+        ->type_name("TIME");
+    play_->add_option("--duration", duration_, "How much of the timeline is played, as 5s")
+        ->type_name("LENGTH");
+    play_->add_flag("--json", playOptions_.json, "Write one JSON object at the end and nothing before");
+    play_->footer(kPlayFooter);
+  }
+
+  static void addFile(CLI::App* command, const char* name, std::string& file, const char* what) {
+    command->add_option(name, file, what)->required()->type_name("");
+  }
+
+  ExitStatus runRemux() {
+    if (!fragment_.empty()) {
+      remuxOptions_.fragment = parseTime(fragment_);
+      if (!remuxOptions_.fragment || remuxOptions_.fragment->value == 0)
+        return refuse("remux ", fmt::format("--fragment: {} is not a length", fragment_));
+    }
+    if (!frameRate_.empty()) {
+      remuxOptions_.rate = parseFrameRate(frameRate_);
+      if (!remuxOptions_.rate) return refuse("remux ", fmt::format("--rate: {} is no rate", frameRate_));
+    }
+    return remux(file_, output_, remuxOptions_);
+  }
+
+  ExitStatus runPlay() {
+    if (!(std::abs(playOptions_.rate) > 0) || std::isinf(playOptions_.rate))
       return refuse("play ", "--rate: it takes a number that is not 0");
-    for (const auto& [text, option, name] : {std::tuple(&start, &playOptions.start, "--start"),
-                                             std::tuple(&duration, &playOptions.duration, "--duration")}) {
+    for (const auto& [text, option, name] : {std::tuple(&start_, &playOptions_.start, "--start"),
+                                             std::tuple(&duration_, &playOptions_.duration, "--duration")}) {
       if (text->empty()) continue;
       *option = parseTime(*text);
       if (!*option) return refuse("play ", fmt::format("{}: {} is no time", name, *text));
     }
-    return play(played, playOptions);
+    return play(file_, playOptions_);
   }
-  if (!fragment.empty()) {
-    remuxOptions.fragment = parseTime(fragment);
-    if (!remuxOptions.fragment || remuxOptions.fragment->value == 0)
-      return refuse("remux ", fmt::format("--fragment: {} is not a length", fragment));
-  }
-  return remux(input, output, remuxOptions);
-}
+
+  CLI::App app_{"Looks into movie files (MP4, QuickTime and their kin) and H.264 and HEVC streams.",
+                "pevrin"};
+  CLI::App *inspect_ = nullptr, *remux_ = nullptr, *play_ = nullptr;
+  std::string file_, output_, fragment_, frameRate_, start_, duration_;
+  InspectOptions inspectOptions_;
+  RemuxOptions remuxOptions_;
+  PlayOptions playOptions_;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);  // a write to a closed pipe answers EPIPE instead
   try {
-    return run(argc, argv);
+    return CommandLine().run(argc, argv);
   } catch (const std::exception& error) {
     std::fputs(fmt::format("pevrin: {}\n", error.what()).c_str(), stderr);
     return kFailed;

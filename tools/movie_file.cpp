@@ -2,12 +2,16 @@
 
 #include "movie/media_map.hpp"
 
-MovieFile::MovieFile(const InputFile& file) : index_(file.size()) {
-  AtomWalk(file.stream(), file.size(), *this).run();
-  descriptions_.read(file.stream(), facts_.tracks(), false, damages_);
+MovieFile::MovieFile(KivByteStreamRef stream, int64_t size, int64_t mediaSize)
+    : stream_(stream), index_(mediaSize) {
+  AtomWalk(stream, size, *this).run();
+  descriptions_.read(stream, facts_.tracks(), false, damages_);
   index_.finish(facts_, damages_);
   for (size_t i = 0; i < index_.tracks().size(); ++i)
     index_.tracks()[i].packings = packingsOf(descriptions_.ofTrack(i));
+}
+
+MovieFile::MovieFile(const InputFile& file) : MovieFile(file.stream(), file.size(), file.size()) {
   media_ = mapMedia(file.descriptor(), file.size());
   if (!media_) damages_.push_back({"", 0, kKivByteStreamError_ReadFailed, "the file cannot be mapped"});
 }

@@ -15,10 +15,12 @@
 #include "track_samples.hpp"
 
 // Reads headers and tables; the media are mapped and stay in the file.
-class MovieFile : private AtomVisitor {
+class MovieFile final : private AtomVisitor {
  public:
   // Goes through the file, which must stay open. What is wrong with it is in damages().
   explicit MovieFile(const InputFile& file);
+  // Through a stream of that size. mediaSize: of what the samples are in, wherever that is.
+  MovieFile(KivByteStreamRef stream, int64_t size, int64_t mediaSize);
 
   bool hasMovie() const { return facts_.hasMovie(); }
   const MovieFacts& facts() const { return facts_; }
@@ -27,6 +29,7 @@ class MovieFile : private AtomVisitor {
   const std::vector<Damage>& damages() const { return damages_; }
   // The atoms on the top level.
   const std::vector<Atom>& atoms() const { return atoms_; }
+  KivByteStreamRef stream() const { return stream_; }
   PVBlockBufferRef media() const { return media_.get(); }
 
   // Whether the track has a timescale, without which its samples have no times.
@@ -39,6 +42,7 @@ class MovieFile : private AtomVisitor {
   void endAtom() override {}
   void damaged(Damage damage) override { damages_.push_back(std::move(damage)); }
 
+  KivByteStreamRef stream_;
   MovieFacts facts_;
   SampleDescriptions descriptions_;
   MovieIndex index_;

@@ -24,17 +24,6 @@ void setAnswer(BRMutableDictionaryRef attachments, BRStringRef key, uint8_t answ
     BRDictionarySetValue(attachments, key, answer == 1 ? kBRBooleanTrue : kBRBooleanFalse);
 }
 
-PVStatus attach(PVSampleBufferRef buffer, const MovieSample& place) {
-  const SampleDependencies& said = place.dependencies;
-  if (place.sync && !said.dependsOnOthers && !said.isDependedOn && !said.hasRedundancy) return 0;
-  return forEachSample(buffer, [&](BRMutableDictionaryRef attachments) {
-    if (!place.sync) BRDictionarySetValue(attachments, kPVSampleAttachmentKey_NotSync, kBRBooleanTrue);
-    setAnswer(attachments, kPVSampleAttachmentKey_DependsOnOthers, said.dependsOnOthers);
-    setAnswer(attachments, kPVSampleAttachmentKey_IsDependedOnByOthers, said.isDependedOn);
-    setAnswer(attachments, kPVSampleAttachmentKey_HasRedundantCoding, said.hasRedundancy);
-  });
-}
-
 PVStatus setSpeed(PVSampleBufferRef buffer, int32_t rate) {
   const double speed = rate / 65536.0;
   const auto number = br::Ref<const BRNumber>::adopt(BRNumberCreate(nullptr, kBRNumberTypeFloat64, &speed));
@@ -45,6 +34,17 @@ PVStatus setSpeed(PVSampleBufferRef buffer, int32_t rate) {
 }
 
 }  // namespace
+
+PVStatus attachFacts(PVSampleBufferRef buffer, const MovieSample& place) {
+  const SampleDependencies& said = place.dependencies;
+  if (place.sync && !said.dependsOnOthers && !said.isDependedOn && !said.hasRedundancy) return 0;
+  return forEachSample(buffer, [&](BRMutableDictionaryRef attachments) {
+    if (!place.sync) BRDictionarySetValue(attachments, kPVSampleAttachmentKey_NotSync, kBRBooleanTrue);
+    setAnswer(attachments, kPVSampleAttachmentKey_DependsOnOthers, said.dependsOnOthers);
+    setAnswer(attachments, kPVSampleAttachmentKey_IsDependedOnByOthers, said.isDependedOn);
+    setAnswer(attachments, kPVSampleAttachmentKey_HasRedundantCoding, said.hasRedundancy);
+  });
+}
 
 std::vector<MovieTrack::Packing> packingsOf(std::span<const SampleDescription> descriptions) {
   std::vector<MovieTrack::Packing> packings;
@@ -92,7 +92,7 @@ PVStatus TrackSamples::create(const MovieSample& place, PVSampleBufferRef* buffe
   PVStatus status = PVSampleBufferCreate(nullptr, data.get(), !missing, nullptr, nullptr,
                                          at < formats_.size() ? formats_[at] : nullptr,
                                          static_cast<int64_t>(count), 1, &timing, 1, &size, buffer.out());
-  if (status == 0) status = attach(buffer.get(), place);
+  if (status == 0) status = attachFacts(buffer.get(), place);
   if (status == 0) *bufferOut = buffer.detach();
   return status;
 }

@@ -14,6 +14,9 @@
 #include "movie_facts.hpp"
 #include "sample_descriptions.hpp"
 
+// Attaches to each sample of the buffer what is known of sync and dependencies.
+PVStatus attachFacts(PVSampleBufferRef buffer, const MovieSample& place);
+
 // How the uncompressed sound of each description is packed.
 std::vector<MovieTrack::Packing> packingsOf(std::span<const SampleDescription> descriptions);
 

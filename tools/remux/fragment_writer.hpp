@@ -5,6 +5,7 @@
 
 #include "fragment_plan.hpp"
 #include "media_writer.hpp"
+#include "movie_file.hpp"
 #include "output_file.hpp"
 
 class FragmentWriter {

@@ -14,9 +14,8 @@ constexpr uint64_t kMappedBytes = uint64_t{32} << 20;
 
 }  // namespace
 
-MediaWriter::MediaWriter(const MovieFile& movie, uint64_t totalBytes, Progress& progress)
-    : movie_(movie), totalBytes_(totalBytes), progress_(progress) {
-  for (size_t i = 0; i < movie.facts().tracks().size(); ++i) tracks_.push_back(movie.samplesOf(i));
+MediaWriter::MediaWriter(SampleMaker create, PVBlockBufferRef media, uint64_t totalBytes, Progress& progress)
+    : create_(std::move(create)), media_(media), totalBytes_(totalBytes), progress_(progress) {
   check(PVBufferQueueCreate(nullptr, 0, PVBufferQueueGetCallbacksForUnsortedSampleBuffers(), queue_.out()),
         "memory ran out");
   pending_.reserve(kPendingBytes);
@@ -25,7 +24,7 @@ MediaWriter::MediaWriter(const MovieFile& movie, uint64_t totalBytes, Progress& 
 void MediaWriter::append(KivAtomWriter& mdat, size_t track, const std::vector<MovieSample>& samples) {
   for (const MovieSample& place : samples) {
     br::Ref<PVSampleBuffer> sample;
-    check(tracks_[track].create(place, sample.out()), "a sample could not be read");
+    check(create_(track, place, sample.out()), "a sample could not be read");
     check(PVBufferQueueEnqueue(queue_.get(), sample.get()), "memory ran out");
   }
   while (PVBufferRef head = PVBufferQueueDequeueIfDataReadyAndRetain(queue_.get())) {
@@ -33,7 +32,7 @@ void MediaWriter::append(KivAtomWriter& mdat, size_t track, const std::vector<Mo
         br::Ref<PVSampleBuffer>::adopt(static_cast<PVSampleBufferRef>(const_cast<void*>(head)));
     appendData(mdat, sample.get());
     if (mappedBytes_ > kMappedBytes) {
-      releasePages(movie_.media());
+      releasePages(media_);
       mappedBytes_ = 0;
     }
   }

@@ -3,18 +3,24 @@
 
 #include <kiv/atom_writer.h>
 #include <pevrin/buffer_queue.h>
+#include <pevrin/sample_buffer.h>
 
 #include <bedra/ref.hpp>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
-#include "movie_file.hpp"
+#include "movie/movie_track.hpp"
 #include "progress.hpp"
+
+// Makes the buffer of a track's sample, as PVSampleBufferCreate does.
+using SampleMaker = std::function<PVStatus(size_t track, const MovieSample&, PVSampleBufferRef*)>;
 
 // Samples of a track go through a queue, in decoding order, and leave it as bytes of an 'mdat'.
 class MediaWriter {
  public:
-  MediaWriter(const MovieFile& movie, uint64_t totalBytes, Progress& progress);
+  // Samples are made by create, of media that are mapped.
+  MediaWriter(SampleMaker create, PVBlockBufferRef media, uint64_t totalBytes, Progress& progress);
 
   // Appends the data of samples of one track.
   void append(KivAtomWriter& mdat, size_t track, const std::vector<MovieSample>& samples);
@@ -24,8 +30,8 @@ class MediaWriter {
  private:
   void appendData(KivAtomWriter& mdat, PVSampleBufferRef sample);
 
-  const MovieFile& movie_;
-  std::vector<TrackSamples> tracks_;
+  SampleMaker create_;
+  PVBlockBufferRef media_;
   br::Ref<PVBufferQueue> queue_;
   std::vector<uint8_t> pending_;
   uint64_t totalBytes_, doneBytes_ = 0, mappedBytes_ = 0;

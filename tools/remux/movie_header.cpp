@@ -308,14 +308,14 @@ const Atom* findAtom(const MovieFile& movie, PVFourCharCode type) {
 
 }  // namespace
 
-KivAtomStream streamAt(KivByteStreamRef file, const Atom& atom) {
+KivAtomStream streamAt(const MovieFile& movie, const Atom& atom) {
   KivAtomStream stream;
-  check(KivAtomStreamInitWithByteStream(file, atom.offset, 0, &stream), "the input cannot be read");
+  check(KivAtomStreamInitWithByteStream(movie.stream(), atom.offset, 0, &stream), "the input cannot be read");
   return stream;
 }
 
 br::Ref<PVBlockBuffer> buildMovieHeader(const HeaderPlan& plan) {
-  const KivAtomStream input = streamAt(plan.file, *findAtom(plan.movie, fourCC("moov")));
+  const KivAtomStream input = streamAt(plan.movie, *findAtom(plan.movie, fourCC("moov")));
   const auto buffer = newBuffer();
   KivAtomWriter writer;
   check(KivAtomWriterInitWithBlockBuffer(buffer.get(), &writer), kUnwritable);
@@ -323,24 +323,23 @@ br::Ref<PVBlockBuffer> buildMovieHeader(const HeaderPlan& plan) {
   return buffer;
 }
 
-Family familyOf(const MovieFile& movie, KivByteStreamRef file) {
+Family familyOf(const MovieFile& movie) {
   const Atom* type = findAtom(movie, fourCC("ftyp"));
   if (!type) return Family::QuickTime;
-  const std::vector<uint8_t> bytes = readAtomData(streamAt(file, *type));
+  const std::vector<uint8_t> bytes = readAtomData(streamAt(movie, *type));
   if (bytes.size() < 4 || std::memcmp(bytes.data(), "qt  ", 4) == 0) return Family::QuickTime;
   return bytes[0] == '3' && bytes[1] == 'g' ? Family::ThreeGP : Family::MP4;
 }
 
-br::Ref<PVBlockBuffer> buildFileType(const MovieFile& movie, KivByteStreamRef file, Family family,
-                                     bool fragmented) {
+br::Ref<PVBlockBuffer> buildFileType(const MovieFile& movie, Family family, bool fragmented) {
   const bool wasFragmented = findAtom(movie, fourCC("moof"));
   const Atom* type = findAtom(movie, fourCC("ftyp"));
   const auto buffer = newBuffer();
   KivAtomWriter writer;
   check(KivAtomWriterInitWithBlockBuffer(buffer.get(), &writer), kUnwritable);
   writeAtomWith(writer, fourCC("ftyp"), [&](KivAtomWriter& ftyp) {
-    if (type && familyOf(movie, file) == family && wasFragmented == fragmented)
-      return append(ftyp, readAtomData(streamAt(file, *type)));
+    if (type && familyOf(movie) == family && wasFragmented == fragmented)
+      return append(ftyp, readAtomData(streamAt(movie, *type)));
     Fields brands;
     if (family == Family::QuickTime)
       brands.u32(fourCC("qt  ")).u32(0x200).u32(fourCC("qt  "));

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <kiv/atom_writer.h>
-#include <kiv/byte_stream.h>
 
 #include <bedra/ref.hpp>
 #include <cstdint>
@@ -17,7 +16,6 @@
 // Durations and the start of the media are put in where the input's header left them to its fragments.
 struct HeaderPlan {
   const MovieFile& movie;
-  KivByteStreamRef file;
   Family family;
   bool sameFamily;  // as the input
   const std::vector<TrackTables>& tables;
@@ -33,12 +31,11 @@ struct HeaderPlan {
 br::Ref<PVBlockBuffer> buildMovieHeader(const HeaderPlan& plan);
 
 // The family that a movie was written in, by the major brand of its 'ftyp'; QuickTime without one.
-Family familyOf(const MovieFile& movie, KivByteStreamRef file);
+Family familyOf(const MovieFile& movie);
 
 // The 'ftyp' atom: the input's when the family is the same and the kind is, too, else one that says what is
 // in the file.
-br::Ref<PVBlockBuffer> buildFileType(const MovieFile& movie, KivByteStreamRef file, Family family,
-                                     bool fragmented);
+br::Ref<PVBlockBuffer> buildFileType(const MovieFile& movie, Family family, bool fragmented);
 
 // Sets a KivAtomStream on an atom of the top level.
-KivAtomStream streamAt(KivByteStreamRef file, const Atom& atom);
+KivAtomStream streamAt(const MovieFile& movie, const Atom& atom);

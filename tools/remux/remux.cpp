@@ -8,10 +8,14 @@
 
 #include "atom_output.hpp"
 #include "atom_type.hpp"
+#include "elementary_movie.hpp"
+#include "elementary_stream.hpp"
 #include "file_kind.hpp"
 #include "fragment_writer.hpp"
+#include "input_file.hpp"
 #include "interleaver.hpp"
 #include "media_writer.hpp"
+#include "movie/media_map.hpp"
 #include "movie_header.hpp"
 #include "output_family.hpp"
 #include "output_file.hpp"
@@ -25,10 +29,18 @@ constexpr std::array kNotCarried = {fourCC("ftyp"), fourCC("styp"), fourCC("moov
                                     fourCC("free"), fourCC("skip"), fourCC("wide"), fourCC("pdin"),
                                     fourCC("prft"), fourCC("emsg"), fourCC("pnot")};
 
+// A movie, and where its samples come from.
+struct Source {
+  const MovieFile& movie;
+  SampleMaker create;
+  PVBlockBufferRef media;
+};
+
 class Remux {
  public:
-  Remux(const InputFile& file, const MovieFile& movie, Family family, const RemuxOptions& options)
-      : file_(file), movie_(movie), family_(family), options_(options) {
+  Remux(const Source& source, Family family, const RemuxOptions& options)
+      : source_(source), movie_(source.movie), family_(family), options_(options) {
+    const MovieFile& movie = movie_;
     for (size_t i = 0; i < movie.facts().tracks().size(); ++i) {
       if (!movie.isTimed(i)) throw RemuxFailure(fmt::format("track {} has no timescale", i + 1));
       const MovieTrack& track = movie.index().tracks()[i];
@@ -44,8 +56,8 @@ class Remux {
 
   void write(OutputFile& output) {
     Progress progress;
-    MediaWriter media(movie_, totalBytes_, progress);
-    output.append(buildFileType(movie_, file_.stream(), family_, options_.fragment.has_value()).get());
+    MediaWriter media(source_.create, source_.media, totalBytes_, progress);
+    output.append(buildFileType(movie_, family_, options_.fragment.has_value()).get());
     if (options_.fragment)
       writeFragments(output, media);
     else
@@ -64,10 +76,9 @@ class Remux {
   }
 
   br::Ref<PVBlockBuffer> header(uint64_t mediaOffset, bool wide) const {
-    const bool sameFamily =
-        (familyOf(movie_, file_.stream()) == Family::QuickTime) == (family_ == Family::QuickTime);
-    return buildMovieHeader({movie_, file_.stream(), family_, sameFamily, tables_,
-                             options_.fragment.has_value(), mediaOffset, wide});
+    const bool sameFamily = (familyOf(movie_) == Family::QuickTime) == (family_ == Family::QuickTime);
+    return buildMovieHeader(
+        {movie_, family_, sameFamily, tables_, options_.fragment.has_value(), mediaOffset, wide});
   }
 
   void writePlain(OutputFile& output, MediaWriter& media) {
@@ -113,7 +124,7 @@ class Remux {
     for (const Atom& atom : movie_.atoms()) {
       if (std::ranges::find(kNotCarried, atom.type) != kNotCarried.end()) continue;
       br::Ref<PVBlockBuffer> bytes;
-      const KivAtomStream stream = streamAt(file_.stream(), atom);
+      const KivAtomStream stream = streamAt(movie_, atom);
       check(KivAtomStreamReadCurrentAtomAndCreateBBuf(&stream, bytes.out()), "the input cannot be read");
       output.append(bytes.get());
     }
@@ -125,7 +136,7 @@ class Remux {
     return static_cast<uint64_t>(length);
   }
 
-  const InputFile& file_;
+  const Source& source_;
   const MovieFile& movie_;
   Family family_;
   const RemuxOptions& options_;
@@ -145,6 +156,64 @@ bool isUsable(const MovieFile& movie, const std::string& name) {
   return usable;
 }
 
+// Throws RemuxFailure.
+void write(const Source& source, Family family, const RemuxOptions& options, const std::string& output) {
+  Remux work(source, family, options);
+  OutputFile target(output);
+  work.write(target);
+  target.commit();
+}
+
+ExitStatus remuxMovie(const InputFile& file, const std::string& input, Family family,
+                      const RemuxOptions& options, const std::string& output) {
+  if (options.rate) {
+    complain(input, "This is a movie, which tells its own rate; --rate is for elementary streams");
+    return kFailed;
+  }
+  const MovieFile movie(file);
+  if (!isUsable(movie, input)) return kDamaged;
+  if (!movie.hasMovie()) {
+    complain(input, "There is no movie in it");
+    return kDamaged;
+  }
+  std::vector<TrackSamples> tracks;
+  for (size_t i = 0; i < movie.facts().tracks().size(); ++i)
+    if (movie.isTimed(i)) tracks.push_back(movie.samplesOf(i));
+  const auto create = [&](size_t track, const MovieSample& place, PVSampleBufferRef* bufferOut) {
+    return tracks[track].create(place, bufferOut);
+  };
+  write({movie, create, movie.media()}, family, options, output);
+  return kSound;
+}
+
+ExitStatus remuxStream(const InputFile& file, const std::string& input, Codec codec, Family family,
+                       const RemuxOptions& options, const std::string& output) {
+  const auto media = mapMedia(file.descriptor(), file.size());
+  Progress progress;
+  const ElementaryVideo video(media, codec, options.rate,
+                              [&](int64_t offset) { progress.show("Pictures", offset, file.size()); });
+  progress.clear();
+  if (video.damage()) {
+    complainOf(input, *video.damage());
+    return kDamaged;
+  }
+  if (video.needsRate()) {
+    complain(input, "The stream does not tell how many frames a second has; say it with --rate");
+    return kFailed;
+  }
+  if (const uint64_t leftOut = video.picturesLeftOut(); leftOut == 1)
+    complain(input, "1 picture at the beginning is left out: its parameter sets are missing");
+  else if (leftOut > 1)
+    complain(input, fmt::format("{} pictures at the beginning are left out: their parameter sets are missing",
+                                leftOut));
+  const auto create = [&](size_t, const MovieSample& place, PVSampleBufferRef* bufferOut) {
+    return video.create(place.index, bufferOut);
+  };
+  const ElementaryMovie movie(video);
+  write({movie.movie(), create, media.get()}, family, options, output);
+  return kSound;
+}
+
 }  // namespace
 
 ExitStatus remux(const std::string& input, const std::string& output, const RemuxOptions& options) {
@@ -158,24 +227,13 @@ ExitStatus remux(const std::string& input, const std::string& output, const Remu
     complain(input, reason);
     return kFailed;
   }
-  if (!fileKindOf(file.stream(), file.size(), input).movie) {
-    complain(input, "Not a movie");
-    return kFailed;
-  }
-  const MovieFile movie(file);
-  if (!isUsable(movie, input)) return kDamaged;
-  if (!movie.hasMovie()) {
-    complain(input, "There is no movie in it");
-    return kDamaged;
-  }
+  const FileKind kind = fileKindOf(file.stream(), file.size(), input);
   try {
-    Remux work(file, movie, *family, options);
-    OutputFile target(output);
-    work.write(target);
-    target.commit();
+    if (kind.movie) return remuxMovie(file, input, *family, options, output);
+    const Codec codec = codecOfStream(file.stream(), file.size(), kind.codec);
+    return remuxStream(file, input, codec, *family, options, output);
   } catch (const RemuxFailure& failure) {
     complain(output, failure.what());
     return kFailed;
   }
-  return kSound;
 }
