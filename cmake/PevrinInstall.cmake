@@ -27,3 +27,8 @@ file(RELATIVE_PATH includedir_from_libdir
   ${CMAKE_INSTALL_FULL_LIBDIR} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/pevrin.pc.in ${PROJECT_BINARY_DIR}/pevrin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/pevrin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(FILES docs/pevrin.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES completions/pevrin.bash RENAME pevrin DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES completions/_pevrin DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES completions/pevrin.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
