@@ -8,7 +8,7 @@ _pevrin() {
   case $command in
     inspect) options="--help --json --verify --samples" ;;
     play) options="--help --rate --start --duration --json" ;;
-    remux) options="--help --fragment --faststart" ;;
+    remux) options="--help --fragment --faststart --rate" ;;
   esac
   case ${COMP_WORDS[COMP_CWORD - 1]} in
     --rate | --start | --duration | --fragment) files= options= ;; # its value, which is typed

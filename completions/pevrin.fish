@@ -16,3 +16,4 @@ complete -c pevrin -n '__fish_seen_subcommand_from play' -l json -d 'Write one J
 complete -c pevrin -n '__fish_seen_subcommand_from remux' -l help -d 'Print help'
 complete -c pevrin -n '__fish_seen_subcommand_from remux' -l fragment -x -d 'Write fragments of this length, as 2s'
 complete -c pevrin -n '__fish_seen_subcommand_from remux' -l faststart -d 'Write the header before the media'
+complete -c pevrin -n '__fish_seen_subcommand_from remux' -l rate -x -d 'Frames per second of a video stream, as 30000/1001'
