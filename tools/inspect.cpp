@@ -36,6 +36,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
     if (auto fault = facts_.read(walk.types(), stream))
       damages_.push_back({walk.path(), atom.offset, fault->status, std::move(fault->message)});
     descriptions_.noteAtom(atom, stream, walk, facts_.tracks().size());
+    metadata_.noteAtom(atom, stream, walk, facts_.tracks().size(), damages_);
     if (options_.samples) index_.noteAtom(atom, stream, walk, facts_, damages_);
     progress_.show("Atoms", atom.offset, file_.size());
     if (const auto codec = codecOfRecord(atom.type); codec && stream)
@@ -60,7 +61,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
     if (options_.samples)
       endWithSamples();
     else
-      report_.endMovie(facts_, descriptions_, sets_, nullptr);
+      report_.endMovie(facts_, descriptions_, metadata_, sets_, nullptr);
     progress_.clear();
   }
   void inspectStream(const std::string& fileName, std::optional<Codec> codec) {
@@ -79,7 +80,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
       index_.tracks()[i].packings = packingsOf(descriptions_.ofTrack(i));
     const auto media = mediaWithoutBytes(file_.size());
     SampleListing listing(facts_, index_, descriptions_, media.get(), output_, progress_, damages_);
-    report_.endMovie(facts_, descriptions_, sets_, &listing);
+    report_.endMovie(facts_, descriptions_, metadata_, sets_, &listing);
   }
 
   Report& report_;
@@ -89,6 +90,7 @@ class Inspection final : public AtomVisitor, public ParameterSetVisitor {
   bool isMovie_ = false;
   MovieFacts facts_;
   SampleDescriptions descriptions_;
+  MetadataItems metadata_;
   MovieIndex index_;
   std::vector<ParameterSet> sets_;
   std::vector<Damage> damages_;

@@ -7,6 +7,7 @@
 
 #include "atom_type.hpp"
 #include "description_report.hpp"
+#include "property_values.hpp"
 #include "report.hpp"
 
 namespace {
@@ -61,7 +62,8 @@ class JsonReport final : public Report {
   }
 
   void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
-                const std::vector<ParameterSet>& sets, SampleListing* samples) override {
+                const MetadataItems& metadata, const std::vector<ParameterSet>& sets,
+                SampleListing* samples) override {
     const PVTime duration = facts.duration().time();
     if (facts.hasMovie()) {
       output_.print("],\n\"movie\":{{\"timescale\":{},\"duration\":{},\"seconds\":{}}},\n",
@@ -72,6 +74,9 @@ class JsonReport final : public Report {
     output_.write("\"tracks\":[");
     first_ = true;
     for (size_t i = 0; i < facts.tracks().size(); ++i) writeTrack(facts, i, descriptions.ofTrack(i), samples);
+    output_.write("],\n\"metadata\":[");
+    first_ = true;
+    for (const MetadataItem& item : metadata.items()) writeMetadata(facts, item);
     output_.write("],\n\"parameterSets\":[");
     first_ = true;
     for (const ParameterSet& set : sets) parameterSet(set);
@@ -160,6 +165,34 @@ class JsonReport final : public Report {
     if (samples) writeSamples(number, *samples);
     output_.write("}");
     first_ = false;
+  }
+
+  void writeMetadata(const MovieFacts& facts, const MetadataItem& item) {
+    separate();
+    output_.write("{");
+    if (item.track) output_.print(R"("track":{},)", numberOrNull(facts.tracks()[*item.track].id));
+    output_.print(R"("identifier":{},)", literal(item.identifier));
+    if (!item.name.empty()) output_.print(R"("name":{},)", literal(item.name));
+    output_.print(R"("dataType":{},"value":{})", literal(stringIn(item.dataType.get()).value_or("")),
+                  valueJson(item));
+    if (item.length > item.bytes.size()) output_.print(R"(,"length":{})", item.length);
+    output_.write("}");
+  }
+
+  // Text is a string, a number a number, and several are a list; bytes are a string of hexadecimal digits.
+  static std::string valueJson(const MetadataItem& item) {
+    const MetadataValue value = valueOf(item);
+    if (const auto* text = std::get_if<std::string>(&value)) return literal(*text);
+    if (const auto* number = std::get_if<int64_t>(&value)) return fmt::format("{}", *number);
+    if (const auto* number = std::get_if<uint64_t>(&value)) return fmt::format("{}", *number);
+    if (const auto* numbers = std::get_if<std::vector<double>>(&value)) {
+      const auto json = [](double one) { return nlohmann::json(one).dump(); };
+      if (numbers->size() == 1) return json(numbers->front());
+      std::vector<std::string> all;
+      for (double one : *numbers) all.push_back(json(one));
+      return fmt::format("[{}]", fmt::join(all, ","));
+    }
+    return fmt::format("\"{:02x}\"", fmt::join(item.bytes, ""));
   }
 
   void writeSamples(size_t track, SampleListing& samples) {

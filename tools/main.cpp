@@ -30,12 +30,14 @@ that codec, and otherwise by its first parameter set.
 Of a movie the text shows one line per atom (offset, size and header size in
 bytes, type), then the duration of the movie, and for each track its id, kind,
 timescale, duration, edits and sample descriptions. Times are exact: 00:00:05 (64000/12800) is 64000
-units of 1/12800 second. Then, and of an elementary stream alone, it shows the
-parameter sets: a movie's from each 'avcC' and 'hvcC' atom, a stream's in their
-order, where a set that is repeated without a change is listed once.
+units of 1/12800 second. Then come the metadata by their identifiers, a key space
+and a key: "Name" is text, 7 a number, everything else bytes. Then, and of an
+elementary stream alone, it shows the parameter sets: a movie's from each 'avcC'
+and 'hvcC' atom, a stream's in their order, where a set that is repeated without a
+change is listed once.
 
 With --json the output is one object; an elementary stream or a parameter set
-has no atoms, movie and tracks:
+has no atoms, movie, tracks and metadata:
   file, size   the name as given and the length in bytes
   atoms        list of {type, offset, size, headerSize}; with uuid when the
                type is 'uuid', children when the atom holds atoms, and
@@ -49,6 +51,13 @@ has no atoms, movie and tracks:
                is a list of {segmentDuration, mediaTime, rate}, the first in
                units of the movie's timescale, the second in units of the
                track's, or -1 for an empty edit; descriptions is below
+  metadata     list of {identifier, dataType, value}, with track when it is that
+               of a track, name when the key ("itsk/----", "id3/TXXX") does not
+               tell items apart, and length when the value is longer than the
+               64 KiB of it that are shown. A value is text, a number or a list
+               of numbers by its data type, else bytes in hexadecimal digits.
+               They are looked for in user data ('udta'), items ('ilst') with
+               four-byte keys or a list of 'keys', and ID3 tags ('ID32')
   parameterSets
                list of {kind, codec, offset, id, ...}: kind is "sps", "pps" or
                "vps", codec "h264" or "hevc", offset that of the NAL unit in the

@@ -8,6 +8,7 @@
 
 #include "atom_walk.hpp"
 #include "movie_facts.hpp"
+#include "movie_metadata/metadata_items.hpp"
 #include "output.hpp"
 #include "parameter_sets.hpp"
 #include "sample_descriptions.hpp"
@@ -22,7 +23,8 @@ class Report {
   virtual void endAtom() = 0;  // of a container
   // samples is null when they are not asked for.
   virtual void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
-                        const std::vector<ParameterSet>& sets, SampleListing* samples) = 0;
+                        const MetadataItems& metadata, const std::vector<ParameterSet>& sets,
+                        SampleListing* samples) = 0;
 
   virtual void beginStream(const std::string& fileName, int64_t fileSize) = 0;
   virtual void parameterSet(const ParameterSet& set) = 0;

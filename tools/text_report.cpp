@@ -67,7 +67,8 @@ class TextReport final : public Report {
   void endAtom() override { --depth_; }
 
   void endMovie(const MovieFacts& facts, const SampleDescriptions& descriptions,
-                const std::vector<ParameterSet>& sets, SampleListing* samples) override {
+                const MetadataItems& metadata, const std::vector<ParameterSet>& sets,
+                SampleListing* samples) override {
     if (facts.hasMovie()) {
       output_.print("\nMovie: {}{}\n", timeText(facts.duration().time()),
                     facts.fragmentsNotCounted() ? ", its fragments not counted" : "");
@@ -82,6 +83,7 @@ class TextReport final : public Report {
           output_.print("{:12}{}\n", "", descriptionText(sample));
       }
     }
+    for (const MetadataItem& item : metadata.items()) writeMetadata(facts, item);
     for (const ParameterSet& set : sets) parameterSet(set);
     for (size_t i = 0; samples && i < facts.tracks().size(); ++i)
       writeSamples(i, facts.tracks()[i], *samples);
@@ -178,6 +180,38 @@ class TextReport final : public Report {
       output_.print("{:23}and {} more edits\n", "", track.edits.size() - kShownEdits);
   }
 
+  // Under a heading for the movie, and for each track.
+  void writeMetadata(const MovieFacts& facts, const MetadataItem& item) {
+    if (!metadataBegun_ || item.track != metadataTrack_) {
+      output_.write(item.track
+                        ? fmt::format("\nMetadata of track {}\n", numberText(facts.tracks()[*item.track].id))
+                        : "\nMetadata\n");
+      metadataBegun_ = true;
+      metadataTrack_ = item.track;
+    }
+    std::string name = item.identifier;
+    if (!item.name.empty()) name += fmt::format(" ({})", item.name);
+    output_.print("  {:24}  {}\n", printable(name), valueText(item));
+  }
+
+  static std::string valueText(const MetadataItem& item) {
+    constexpr size_t kShownBytes = 24, kShownText = 200;
+    const MetadataValue value = valueOf(item);
+    if (const auto* text = std::get_if<std::string>(&value)) {
+      const bool isCut = text->size() > kShownText;
+      return fmt::format("\"{}\"{}",
+                         printable(isCut ? text->substr(0, text->find_last_of(' ', kShownText)) : *text),
+                         isCut ? fmt::format(" and more, {} bytes in all", text->size()) : "");
+    }
+    if (const auto* number = std::get_if<int64_t>(&value)) return fmt::format("{}", *number);
+    if (const auto* number = std::get_if<uint64_t>(&value)) return fmt::format("{}", *number);
+    if (const auto* numbers = std::get_if<std::vector<double>>(&value))
+      return fmt::format("{}", fmt::join(*numbers, " "));
+    const std::span<const uint8_t> shown(item.bytes.data(), std::min(item.bytes.size(), kShownBytes));
+    return fmt::format("{} bytes: {:02x}{}", item.length, fmt::join(shown, ""),
+                       item.length > shown.size() ? "..." : "");
+  }
+
   // Times in units of the track's timescale, unless they are no whole number of them.
   void writeSamples(size_t number, const TrackFacts& track, SampleListing& samples) {
     const auto units = [&track](PVTime time) {
@@ -205,6 +239,8 @@ class TextReport final : public Report {
   Output& output_;
   int width_ = 0;
   int depth_ = 0;
+  bool metadataBegun_ = false;
+  std::optional<size_t> metadataTrack_;
   bool setsBegun_ = false;
   std::string setsPath_;  // of the atom whose sets are being written
 };

@@ -5,7 +5,7 @@
  * access points, the decoder's state at every so many bytes (1 MiB, and more once there are 256 of them), so that a
  * read costs the decoding of at most the bytes between two of them; what lies ahead and was never reached is decoded on
  * the way. About 100 KiB, and 40 KiB for each access point, are all that it takes, however long the data are. The data
- * of several members follow each other; zero bytes behind the last one are padding.
+ * of several members follow each other; zero bytes behind the last one are padding, anything else there is damage.
  *
  * What is damaged is found when it is reached: everything before it can be read, a read that reaches it and the
  * question for the length are answered with kKivByteStreamError_MalformedGzip or _TruncatedGzip. The checksum stands at

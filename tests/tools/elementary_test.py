@@ -27,7 +27,7 @@ ENCODED = {
     "open.hevc": "x265 --bframes 4 --open-gop --keyint 15 --min-keyint 15 --no-scenecut",
     "no-b.hevc": "x265 --bframes 0 --aud --repeat-headers --fps 30000/1001",
     "layers.hevc": "x265 --temporal-layers --b-adapt 0 --hrd --vbv-maxrate 900 --vbv-bufsize 900 --bitrate 800",
-    "slices.hevc": "x265 --slices 2 --no-open-gop --keyint 25",
+    "slices.hevc": "x265 --slices 2 --no-open-gop --keyint 25 --no-sao",
     "fields.hevc": "x265 --interlace tff",
 }
 # Streams one behind the other.

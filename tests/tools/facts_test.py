@@ -151,7 +151,7 @@ class Built(CommandTest):
         self.assertIsNone(self.inspect(atom("ftyp", b"qt  "), 0)["movie"])
 
     def test_places_where_quicktime_and_iso_differ(self):
-        inner = hdlr("mdta") + atom("keys", bytes(8)) + atom("ilst", atom(b"\0\0\0\1", atom("data", bytes(8))))
+        inner = hdlr("mdta") + atom("keys", bytes(7), b"\1", atom("mdta", b"key")) + atom("ilst", atom(b"\0\0\0\1", atom("data", bytes(8))))
         for name, data in {
             "meta without version": atom("meta", inner),
             "meta with version": full("meta", 0, inner),
