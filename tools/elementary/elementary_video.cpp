@@ -16,12 +16,15 @@ namespace {
 constexpr uint64_t kLargestSample = UINT32_MAX;
 // What is read of the stream is in memory; after so many bytes it is given back.
 constexpr int64_t kMappedBytes = int64_t{32} << 20;
+// Decoders keep 16 frames at most (ITU-T H.264 A.3.1, H.265 A.4.2): no stream lets more wait, and those that
+// are not to be shown are among them here.
+constexpr size_t kMostWaiting = 32;
 
 // Whether a field completes the frame that the one before it begins (ITU-T H.264 3.30, 3.31).
 bool completes(const CodedPicture& second, const CodedPicture& first) {
   using enum CodedPicture::Field;
   return first.field != None && second.field != None && first.field != second.field &&
-         first.frameNum == second.frameNum && !second.beginsSequence;
+         (first.forgetsReferences ? 0 : first.frameNum) == second.frameNum && !second.beginsSequence;
 }
 
 // Two fields as one picture.
@@ -84,7 +87,7 @@ void ElementaryVideo::read(AccessUnitReader& reader, const Progressed& progresse
     return;
   }
   add(frame);
-  endSequence();
+  show(0);
   end_ = frame.end;
 }
 
@@ -94,28 +97,24 @@ void ElementaryVideo::add(const AccessUnit& unit) {
     damage_ = {"", unit.offset, kKivBridgeError_UnreadableData, "this picture is larger than 4 GiB"};
     return;
   }
-  if (picture.beginsSequence) endSequence();
-  sequence_.push_back({picture.order, samples_.size()});
+  if (picture.beginsSequence) show(0);
+  waiting_.emplace(picture.order, samples_.size());
   const auto flags = (picture.sync ? Sample::kSync : 0) | (picture.intra ? Sample::kIntra : 0) |
                      (picture.unused ? Sample::kUnused : 0) | (picture.redundant ? Sample::kRedundant : 0) |
                      (picture.hidden ? Sample::kHidden : 0);
   samples_.push_back({unit.offset, static_cast<uint32_t>(unit.dataBytes),
                       static_cast<uint32_t>(unit.setBytes), 0, static_cast<uint8_t>(flags), picture.leading,
                       picture.temporalID});
+  show(kMostWaiting);
   highestSubLayer_ = std::max(highestSubLayer_, picture.temporalID);
 }
 
-// Knows by now in which order its samples are shown. What a broken stream shows at once goes out in decoding
-// order.
-void ElementaryVideo::endSequence() {
-  if (sequence_.empty()) return;
-  const uint64_t first = sequence_.front().index;
-  std::ranges::sort(sequence_, {}, [](const Waiting& one) { return std::pair(one.order, one.index); });
-  for (uint64_t place = 0; place < sequence_.size(); ++place) {
-    const uint64_t index = sequence_[place].index;
-    samples_[index].shownAfter = static_cast<int32_t>(static_cast<int64_t>(first + place - index));
+// Gives pictures their places in the order in which they are shown until no more than so many wait.
+void ElementaryVideo::show(size_t most) {
+  for (; waiting_.size() > most; waiting_.erase(waiting_.begin())) {
+    const uint64_t index = waiting_.begin()->second;
+    samples_[index].shownAfter = static_cast<int32_t>(static_cast<int64_t>(shown_++ - index));
   }
-  sequence_.clear();
 }
 
 void ElementaryVideo::settle() {

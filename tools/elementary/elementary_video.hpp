@@ -9,7 +9,9 @@
 #include <deque>
 #include <functional>
 #include <optional>
+#include <set>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "access_units.hpp"
@@ -30,7 +32,7 @@
 // Not samples are pictures before the first one whose parameter sets are there, and units behind the last
 // picture that announce another one.
 //
-// Kept in memory are 24 bytes for each sample.
+// Kept in memory are 24 bytes for each sample; of pictures that wait to be shown no more than decoders keep.
 class ElementaryVideo {
  public:
   // How far it is, called now and then.
@@ -75,14 +77,11 @@ class ElementaryVideo {
     int32_t shownAfter;            // its place in display order minus that in decoding order
     uint8_t flags, leading, temporalID;
   };
-  struct Waiting {
-    int64_t order;
-    uint64_t index;
-  };
+  using Waiting = std::pair<int64_t, uint64_t>;  // picture order count, index
 
   void read(AccessUnitReader& reader, const Progressed& progressed);
   void add(const AccessUnit& unit);
-  void endSequence();
+  void show(size_t most);
   void settle();
   void chooseRate(const AccessUnitReader& reader, std::optional<FrameRate> wanted);
   void describe(const AccessUnitReader& reader);
@@ -98,9 +97,10 @@ class ElementaryVideo {
   bool setsInSamples_ = false;
   uint64_t leftOut_ = 0;
   std::deque<Sample> samples_;
-  std::vector<Waiting> sequence_;  // that is being read
-  int64_t end_ = 0;                // of the last sample
-  int64_t delay_ = 0;              // in samples
+  std::set<Waiting> waiting_;  // of the sequence that is being read, what is not yet shown
+  uint64_t shown_ = 0;
+  int64_t end_ = 0;    // of the last sample
+  int64_t delay_ = 0;  // in samples
   int64_t firstShown_ = 0;
   uint8_t highestSubLayer_ = 0;
 };

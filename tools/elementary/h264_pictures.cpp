@@ -107,6 +107,10 @@ UnitRole H264Pictures::readSlice(std::span<const uint8_t> unit, Between between)
     picture_.intra &= isIntra(slice);
     return UnitRole::SamePicture;
   }
+  return beginPicture(slice, sequence);
+}
+
+UnitRole H264Pictures::beginPicture(const KivH264SlicePicture& slice, const Sequence& sequence) {
   const auto order = order_.next(slice, sequence.sps, sequence.cycle);
   if (!order) return UnitRole::Unreadable;
   last_ = slice;

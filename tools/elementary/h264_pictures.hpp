@@ -22,6 +22,7 @@ class H264Pictures final : public PictureParser {
   void readSPS(std::span<const uint8_t> unit);
   void readPPS(std::span<const uint8_t> unit);
   UnitRole readSlice(std::span<const uint8_t> unit, Between between);
+  UnitRole beginPicture(const KivH264SlicePicture& slice, const Sequence& sequence);
 
   std::array<std::unique_ptr<const Sequence>, 32> sequences_;  // by ID, as last seen
   std::array<std::optional<KivH264ParsedPPS>, 256> pictureSets_;
