@@ -48,6 +48,7 @@ enum {
   kKivVideoUsabilityPart_BitstreamRestriction = 8 /* H.264: not read */
 };
 
+/* What the usability information (VUI) of a sequence parameter set says, as far as it was read. */
 typedef struct KivVideoUsability {
   uint8_t lastPartRead; /* one of the above */
 

@@ -137,6 +137,7 @@ typedef struct KivByteStreamClass {
   PVStatus (*writeAtOffset)(KivByteStreamRef stream, int64_t offset, const void *bytes, size_t length);
 } KivByteStreamClass;
 
+/* The table of operations of an object of such a class. */
 typedef struct KivByteStreamVTable {
   PVVTable base;
   const KivByteStreamClass *byteStream;

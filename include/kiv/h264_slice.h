@@ -100,6 +100,7 @@ PV_EXPORT PVStatus KivH264Bridge_MeasureSliceHeader(const uint8_t *slice, size_t
  *
  * For fragmented files, whose samples share the parameter sets of one 'avcC' record: these are parsed once. */
 
+/* The parsed parameter sets of one 'avcC' record. */
 typedef struct KivH264HLSfMP4ParsingInfo *KivH264HLSfMP4ParsingInfoRef;
 
 /* Parses all sequence and picture parameter sets of the record; of several with one ID the last counts. The record is

@@ -57,6 +57,7 @@ PV_EXPORT PVStatus KivNotificationCenterRemoveWeakListener(PVNotificationCenterR
 /* ---- Lists of listeners: the same for each (callback, name) of a list, against one object. They stop at the first
  * failure and return its code; what came before it in the list is done and stays. */
 
+/* One of a list: what is called for which name. */
 typedef struct KivNotificationListenerEntry {
   PVNotificationCallback callback;
   BRStringRef name;

@@ -1,6 +1,5 @@
 /* Sample descriptions, for sibling media layers: the functions of <pevrin/sample_description.h> and of the headers it
- * names, under their internal names. Each is the same function. BtoN turns big-endian to the machine's (native) order, NtoB
- * back. */
+ * names, under their internal names. Each is the same function. */
 #ifndef KIV_SAMPLE_DESCRIPTION_H
 #define KIV_SAMPLE_DESCRIPTION_H
 
@@ -10,6 +9,8 @@
 
 PV_BEGIN_DECLS
 
+/* The functions PVSwapBigEndian…DescriptionToHost and PVSwapHostEndian…DescriptionToBig: BtoN turns a record from
+ * big-endian to the machine's (native) order, NtoB back. */
 PV_EXPORT PVStatus KivEndianSoundDescriptionData_BtoN(uint8_t *bytes, size_t size);
 PV_EXPORT PVStatus KivEndianSoundDescriptionData_NtoB(uint8_t *bytes, size_t size);
 PV_EXPORT PVStatus KivEndianImageDescriptionData_BtoN(uint8_t *bytes, size_t size);

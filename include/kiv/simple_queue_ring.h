@@ -39,6 +39,7 @@ typedef struct KivSimpleQueueRing {
   uint32_t reserved[2];
 } KivSimpleQueueRing;
 
+/* The slots, which follow the ring. */
 KIV_SIMPLE_QUEUE_INLINE const void **KivSimpleQueueRingSlots(KivSimpleQueueRing *ring) {
   return (const void **)(void *)(ring + 1);
 }

@@ -22,6 +22,7 @@ PV_EXPORT extern const BRStringRef kKivTimebaseNotification_TimeJumped;
  * A view answers for its target. Each: RequiredParameterMissing (timebase or transformOut is NULL), and what
  * <kiv/sync.h> says of anchors that are not numbers. */
 
+/* Between the timebase and the master that it follows itself. */
 PV_EXPORT PVStatus KivTimebaseGetTransformRelativeToMaster(PVTimebaseRef timebase, KivSyncDirection direction,
                                                            PVSyncTransform *transformOut);
 
@@ -55,6 +56,7 @@ PV_EXPORT PVStatus KivReadOnlyTimebaseSetTargetTimebase(PVTimebaseRef readOnlyTi
 
 /* ---- References. NULL is allowed; Retain returns its argument. */
 
+/* One reference more, and one fewer. */
 PV_EXPORT PVTimebaseRef KivTimebaseRetain(PVTimebaseRef timebase);
 PV_EXPORT void KivTimebaseRelease(PVTimebaseRef timebase);
 

@@ -27,6 +27,7 @@ PV_BEGIN_DECLS
 /* An object that may bear attachments. */
 typedef BRTypeRef PVAttachmentBearerRef;
 
+/* Whether an attachment goes along to what is made from its bearer. */
 typedef uint32_t PVAttachmentMode;
 enum { kPVAttachmentMode_ShouldNotPropagate = 0, kPVAttachmentMode_ShouldPropagate = 1 };
 

@@ -13,13 +13,15 @@
 
 #include <bedra/base.h>
 
+/* Before declarations, so that C++ takes them for C. */
 #define PV_BEGIN_DECLS BR_BEGIN_DECLS
-#define PV_END_DECLS BR_END_DECLS
-#define PV_EXPORT BR_EXPORT
+#define PV_END_DECLS BR_END_DECLS /* behind them */
+#define PV_EXPORT BR_EXPORT /* the name is exported */
 
 /* 0 is success. Each family of functions owns a block of negative codes, listed in its header. */
 typedef int32_t PVStatus;
 
+/* Success, and memory that ran out where a family of functions has no status of its own for it. */
 enum { kPVStatus_Success = 0, kPVStatus_OutOfMemory = -108 };
 
 /* A four-character code: 'moov' is 0x6D6F6F76. */

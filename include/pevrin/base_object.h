@@ -29,6 +29,7 @@
 
 PV_BEGIN_DECLS
 
+/* An object with a table of operations. */
 typedef struct PVBaseObject *PVBaseObjectRef;
 
 /* A registered class. Class IDs are never freed and may be compared. */

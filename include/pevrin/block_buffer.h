@@ -34,8 +34,10 @@
 
 PV_BEGIN_DECLS
 
+/* A block buffer. */
 typedef struct PVBlockBuffer *PVBlockBufferRef;
 
+/* Flags of the functions that create and append. */
 typedef uint32_t PVBlockBufferFlags;
 enum {
   /* Allocate a missing memory block at once. */
@@ -48,6 +50,7 @@ enum {
   kPVBlockBufferPermitEmptyReferenceFlag = 8
 };
 
+/* Statuses. */
 enum {
   /* The buffer object, the room for a subblock or the copy of a custom source cannot be allocated. */
   kPVBlockBufferStructureAllocationFailedErr = -12700,

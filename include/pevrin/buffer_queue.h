@@ -47,6 +47,7 @@
 
 PV_BEGIN_DECLS
 
+/* A buffer queue. */
 typedef struct PVBufferQueue *PVBufferQueueRef;
 
 /* Any Bedra object. */
@@ -64,6 +65,7 @@ enum {
   kPVBufferQueueError_InvalidTriggerToken = -12768
 };
 
+/* Questions about one buffer, or about the order of two; refcon is that of the callbacks' record. */
 typedef PVTime (*PVBufferGetTimeCallback)(PVBufferRef buffer, void *refcon);
 typedef bool (*PVBufferGetBooleanCallback)(PVBufferRef buffer, void *refcon);
 typedef BRComparisonResult (*PVBufferCompareCallback)(PVBufferRef buffer1, PVBufferRef buffer2, void *refcon);

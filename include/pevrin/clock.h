@@ -27,6 +27,7 @@
 
 PV_BEGIN_DECLS
 
+/* A clock. */
 typedef struct PVClock *PVClockRef;
 
 enum {

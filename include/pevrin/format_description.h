@@ -28,6 +28,7 @@
 
 PV_BEGIN_DECLS
 
+/* A format description of any media type. */
 typedef struct PVFormatDescription *PVFormatDescriptionRef;
 
 /* The kinds of media. A media type of one's own is any other four-character code. */

@@ -27,6 +27,7 @@
 
 PV_BEGIN_DECLS
 
+/* A memory pool. */
 typedef struct PVMemoryPool *PVMemoryPoolRef;
 
 /* Option: the age-out period, a number of seconds greater than 0.0, read as a double and cut to whole nanoseconds; one

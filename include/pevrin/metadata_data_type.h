@@ -78,6 +78,7 @@ PV_EXPORT extern const BRStringRef
 PV_EXPORT PVStatus PVMetadataDataTypeRegistryRegisterDataType(BRStringRef dataType, BRStringRef description,
                                                               BRArrayRef conformingDataTypes);
 
+/* True when the data type is in the registry. */
 PV_EXPORT bool PVMetadataDataTypeRegistryDataTypeIsRegistered(BRStringRef dataType);
 
 /* The description it was registered with, or NULL. */

@@ -34,6 +34,7 @@
 
 PV_BEGIN_DECLS
 
+/* A notification center: one of Bedra's. */
 typedef BRNotificationCenterRef PVNotificationCenterRef;
 
 /* (center, listener, name, object, payload), all but the listener the poster's and lent for the call. */

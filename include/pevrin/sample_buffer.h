@@ -49,6 +49,7 @@
 
 PV_BEGIN_DECLS
 
+/* A sample buffer. */
 typedef struct PVSampleBuffer *PVSampleBufferRef;
 
 enum {
@@ -149,6 +150,7 @@ PV_EXPORT PVStatus PVSampleBufferCreateCopyWithNewTiming(BRAllocatorRef allocato
 
 /* ---- What it holds */
 
+/* The number of samples, 0 for NULL; and what describes them, lent, NULL when nothing does. */
 PV_EXPORT int64_t PVSampleBufferGetNumSamples(PVSampleBufferRef buffer);
 PV_EXPORT PVFormatDescriptionRef PVSampleBufferGetFormatDescription(PVSampleBufferRef buffer);
 /* NULL when there are no data yet, or an image buffer. */

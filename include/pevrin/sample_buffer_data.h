@@ -71,6 +71,7 @@ PV_EXPORT PVStatus PVSampleBufferTrackDataReadiness(PVSampleBufferRef buffer, PV
 
 /* ---- Validity */
 
+/* Called once, with the buffer that has just become invalid. */
 typedef void (*PVSampleBufferInvalidateCallback)(PVSampleBufferRef buffer, void *refCon);
 
 /* A closure: see <pevrin/handler.h>. */

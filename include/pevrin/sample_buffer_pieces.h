@@ -42,6 +42,7 @@ PV_EXPORT PVStatus PVSampleBufferCopySampleBufferForRange(BRAllocatorRef allocat
 /* Called with each sample as a buffer, lent for the call, and its index. Anything but 0 ends the walk. */
 typedef PVStatus (*PVSampleBufferEachSampleCallback)(PVSampleBufferRef sample, int64_t index, void *refCon);
 
+/* A closure: see <pevrin/handler.h>. */
 typedef struct PVSampleBufferEachSampleHandler {
   PVStatus (*invoke)(void *context, PVSampleBufferRef sample, int64_t index);
   void *context;

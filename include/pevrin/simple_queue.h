@@ -26,6 +26,7 @@
 
 PV_BEGIN_DECLS
 
+/* A simple queue. */
 typedef struct PVSimpleQueue *PVSimpleQueueRef;
 
 enum {

@@ -90,6 +90,7 @@ typedef struct PVTextColor {
   double alpha;
 } PVTextColor;
 
+/* The display flags, as kPVTextFormatDescriptionExtension_DisplayFlags has them. */
 PV_EXPORT PVStatus PVTextFormatDescriptionGetDisplayFlags(PVFormatDescriptionRef description, int32_t *flagsOut);
 
 /* 'text': the low 8 bits of TextJustification, and 0 for the vertical one. When the vertical one is missing, the

@@ -33,6 +33,7 @@
 
 PV_BEGIN_DECLS
 
+/* The types of a time's fields. */
 typedef int64_t PVTimeValue;
 typedef int32_t PVTimeScale; /* units per second */
 typedef uint32_t PVTimeFlags;
@@ -46,6 +47,7 @@ enum {
   kPVTimeFlags_Indefinite = 16 /* not known, like the duration of a live stream */
 };
 
+/* A time: value / timescale seconds. */
 typedef struct PVTime {
   PVTimeValue value;
   PVTimeScale timescale; /* at least 1 in a time that is a number */

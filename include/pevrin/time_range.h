@@ -20,11 +20,13 @@
 
 PV_BEGIN_DECLS
 
+/* From start on, as long as duration: the end belongs to it no more. */
 typedef struct PVTimeRange {
   PVTime start;
   PVTime duration;
 } PVTimeRange;
 
+/* A stretch of one timeline, and the stretch of another that shows it. */
 typedef struct PVTimeMapping {
   PVTimeRange source; /* kPVTimeRangeInvalid in an empty edit: the target shows nothing */
   PVTimeRange target;

@@ -52,6 +52,7 @@
 
 PV_BEGIN_DECLS
 
+/* A timebase. */
 typedef struct PVTimebase *PVTimebaseRef;
 
 enum {
@@ -154,6 +155,7 @@ PV_EXPORT PVStatus PVTimebaseSetRate(PVTimebaseRef timebase, double rate);
 PV_EXPORT PVStatus PVTimebaseSetRateAndAnchorTime(PVTimebaseRef timebase, double rate, PVTime timebaseTime,
                                                   PVTime immediateMasterTime);
 
+/* Flags of PVTimebaseSetRateAndAnchorTimeWithFlags. */
 typedef uint32_t PVTimebaseAnchorFlags;
 enum {
   /* The new anchor corrects a drift: TimeJumped is not posted, and timers whose time has passed are left alone. */

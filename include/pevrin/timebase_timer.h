@@ -42,6 +42,7 @@
 
 PV_BEGIN_DECLS
 
+/* Flags of the functions that set a fire time. */
 typedef uint32_t PVTimebaseTimerFlags;
 enum {
   /* A fire time that has passed is scheduled all the same, by every change: the timer then fires at once. */

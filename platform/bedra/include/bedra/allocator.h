@@ -18,6 +18,7 @@
 
 BR_BEGIN_DECLS
 
+/* The operations of an allocator. */
 typedef struct BRAllocatorContext {
   uint32_t version; /* must be 0 */
   void *info;       /* handed to every callback */
@@ -36,6 +37,7 @@ BR_EXPORT extern const BRAllocatorRef kBRAllocatorSystem;
 /* Allocates nothing and frees nothing. */
 BR_EXPORT extern const BRAllocatorRef kBRAllocatorNull;
 
+/* The runtime type "BRAllocator". */
 BR_EXPORT BRTypeID BRAllocatorGetTypeID(void);
 
 /* Makes an allocator over the context's callbacks; the context is copied. NULL when the context is NULL, its version is

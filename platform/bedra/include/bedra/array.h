@@ -46,6 +46,7 @@ BR_EXPORT extern const BRArrayCallBacks kBRTypeArrayCallBacks;
 /* Called with each value in turn, and the context that was given to BRArrayApply. */
 typedef void (*BRArrayApplier)(const void *value, void *context);
 
+/* The runtime type "BRArray". */
 BR_EXPORT BRTypeID BRArrayGetTypeID(void);
 
 /* An immutable array of `count` values. NULL when the record's version is not 0, values is NULL though count is not 0,

@@ -15,14 +15,16 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* Before and behind declarations, so that C++ takes them for C. */
 #if defined(__cplusplus)
 #define BR_BEGIN_DECLS extern "C" {
-#define BR_END_DECLS }
+#define BR_END_DECLS } /* behind them */
 #else
 #define BR_BEGIN_DECLS
-#define BR_END_DECLS
+#define BR_END_DECLS /* behind them */
 #endif
 
+/* Before each name that a library exports. */
 #define BR_EXPORT __attribute__((visibility("default")))
 
 /* Any object of the runtime. */
@@ -31,6 +33,8 @@ typedef const void *BRTypeRef;
 typedef uint32_t BRTypeID;
 typedef uint64_t BRHashCode;
 
+/* References to objects of the runtime; the header of each type describes them. A reference to what only changes while
+ * it is mutable has a mutable twin. */
 typedef const struct BRAllocator *BRAllocatorRef;
 typedef const struct BRString *BRStringRef;
 typedef struct BRString *BRMutableStringRef;

@@ -20,6 +20,7 @@
 
 BR_BEGIN_DECLS
 
+/* The runtime type "BRData". */
 BR_EXPORT BRTypeID BRDataGetTypeID(void);
 
 /* Makes immutable data with a copy of the bytes. NULL when bytes is NULL and the length is not 0, or memory

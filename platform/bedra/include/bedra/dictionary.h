@@ -67,6 +67,7 @@ BR_EXPORT extern const BRDictionaryValueCallBacks kBRTypeDictionaryValueCallBack
 /* Called with each key and value in turn, and the context that was given to BRDictionaryApply. */
 typedef void (*BRDictionaryApplier)(const void *key, const void *value, void *context);
 
+/* The runtime type "BRDictionary". */
 BR_EXPORT BRTypeID BRDictionaryGetTypeID(void);
 
 /* An immutable dictionary of `count` pairs. Of equal keys the first one wins, as if the pairs were added in turn. NULL

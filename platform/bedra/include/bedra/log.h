@@ -21,6 +21,7 @@
 
 BR_BEGIN_DECLS
 
+/* How grave a message is. */
 typedef uint32_t BRLogLevel;
 enum {
   kBRLogLevelError = 1, /* something failed */

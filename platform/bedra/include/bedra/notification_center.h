@@ -38,6 +38,7 @@ BR_BEGIN_DECLS
 typedef void (*BRNotificationCallback)(BRNotificationCenterRef center, void *observer, BRStringRef name,
                                        const void *object, BRDictionaryRef payload);
 
+/* The runtime type "BRNotificationCenter". */
 BR_EXPORT BRTypeID BRNotificationCenterGetTypeID(void);
 
 /* The process's center. Borrowed, and alive as long as the process. */

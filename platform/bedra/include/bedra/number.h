@@ -21,6 +21,7 @@
 
 BR_BEGIN_DECLS
 
+/* The C types that a number is made from and read as. */
 typedef uint32_t BRNumberType;
 enum {
   kBRNumberTypeSInt8 = 1,
@@ -35,6 +36,7 @@ enum {
   kBRNumberTypeFloat64 = 10 /* double */
 };
 
+/* The runtime type "BRNumber". */
 BR_EXPORT BRTypeID BRNumberGetTypeID(void);
 
 /* Makes a number from the value of that type at *value. NULL when value is NULL, the type is unknown or
@@ -65,6 +67,7 @@ BR_EXPORT BRComparisonResult BRNumberCompare(BRNumberRef a, BRNumberRef b);
 BR_EXPORT extern const BRBooleanRef kBRBooleanTrue;
 BR_EXPORT extern const BRBooleanRef kBRBooleanFalse;
 
+/* The runtime type "BRBoolean". */
 BR_EXPORT BRTypeID BRBooleanGetTypeID(void);
 
 /* False for NULL. */
@@ -73,6 +76,7 @@ BR_EXPORT bool BRBooleanGetValue(BRBooleanRef boolean);
 /* The one null: a value that says "none" where a NULL pointer cannot stand. */
 BR_EXPORT extern const BRNullRef kBRNull;
 
+/* The runtime type "BRNull". */
 BR_EXPORT BRTypeID BRNullGetTypeID(void);
 
 BR_END_DECLS

@@ -33,8 +33,10 @@
 
 BR_BEGIN_DECLS
 
+/* Called on the loop's thread when a timer fires; info is that of its context. */
 typedef void (*BRRunLoopTimerCallback)(BRRunLoopTimerRef timer, void *info);
 
+/* What a timer hands to its callback, and how it holds it. */
 typedef struct BRRunLoopTimerContext {
   uint32_t version; /* must be 0 */
   void *info;       /* handed to the callback */
@@ -42,6 +44,7 @@ typedef struct BRRunLoopTimerContext {
   void (*release)(const void *info);       /* may be NULL; called once, see BRRunLoopTimerCreate */
 } BRRunLoopTimerContext;
 
+/* Why a run of the loop returned. */
 typedef int32_t BRRunLoopResult;
 enum {
   kBRRunLoopRefused = 0,      /* only from BRRunLoopDispatchPending */
@@ -54,6 +57,7 @@ enum {
 /* The mode for ordinary work. Its text is its name. */
 BR_EXPORT extern const BRStringRef kBRRunLoopDefaultMode;
 
+/* The runtime types "BRRunLoop" and "BRRunLoopTimer". */
 BR_EXPORT BRTypeID BRRunLoopGetTypeID(void);
 BR_EXPORT BRTypeID BRRunLoopTimerGetTypeID(void);
 
@@ -97,6 +101,7 @@ BR_EXPORT void BRRunLoopStop(BRRunLoopRef runLoop);
  * NULL. */
 BR_EXPORT bool BRRunLoopAddTimer(BRRunLoopRef runLoop, BRRunLoopTimerRef timer, BRStringRef mode);
 
+/* True when the timer is in the mode of the loop; false for a NULL argument. */
 BR_EXPORT bool BRRunLoopContainsTimer(BRRunLoopRef runLoop, BRRunLoopTimerRef timer, BRStringRef mode);
 
 /* Takes the timer out of a mode; it stays valid and in its other modes. Does not wait for a callback in progress. */

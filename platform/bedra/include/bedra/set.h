@@ -23,6 +23,7 @@ BR_EXPORT extern const BRSetCallBacks kBRTypeSetCallBacks;
 /* Called with each value in turn, and the context that was given to BRSetApply. */
 typedef void (*BRSetApplier)(const void *value, void *context);
 
+/* The runtime type "BRSet". */
 BR_EXPORT BRTypeID BRSetGetTypeID(void);
 
 /* An immutable set of `count` values; of equal values the first one stays. NULL when the record's version is not 0,

@@ -32,6 +32,7 @@
 
 BR_BEGIN_DECLS
 
+/* How characters stand in bytes. */
 typedef uint32_t BRStringEncoding;
 enum {
   kBRStringEncodingUTF8 = 1,  /* RFC 3629: no surrogates, no overlong forms */
@@ -42,6 +43,7 @@ enum {
   kBRStringEncodingWesternRoman = 5
 };
 
+/* The runtime type "BRString". */
 BR_EXPORT BRTypeID BRStringGetTypeID(void);
 
 /* Making strings. All return NULL when memory runs out. */

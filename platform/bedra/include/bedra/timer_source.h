@@ -33,6 +33,7 @@ BR_BEGIN_DECLS
 /* Runs on the queue. `fires` is 1, or more when fires were merged. */
 typedef void (*BRTimerSourceHandler)(BRTimerSourceRef source, uint64_t fires, void *info);
 
+/* What a source hands to its handlers, and how it holds it. */
 typedef struct BRTimerSourceContext {
   uint32_t version; /* must be 0 */
   void *info;       /* handed to the handlers */
@@ -43,8 +44,9 @@ typedef struct BRTimerSourceContext {
 
 /* Start times of BRTimerSourceSetTimer. */
 #define kBRTimerSourceStartNow UINT64_C(0)
-#define kBRTimerSourceStartForever UINT64_MAX
+#define kBRTimerSourceStartForever UINT64_MAX /* not at all */
 
+/* The runtime type "BRTimerSource". */
 BR_EXPORT BRTypeID BRTimerSourceGetTypeID(void);
 
 /* The time now on the clock of start times. */

@@ -19,6 +19,7 @@
 
 BR_BEGIN_DECLS
 
+/* The runtime type "BRWeakReference". */
 BR_EXPORT BRTypeID BRWeakReferenceGetTypeID(void);
 
 /* A weak reference to an object that the caller holds during the call. Made by the object's own finalizer, it answers

@@ -23,8 +23,10 @@
 
 BR_BEGIN_DECLS
 
+/* A piece of work; context is what was handed in with it. */
 typedef void (*BRWorkFunction)(void *context);
 
+/* The runtime type "BRWorkQueue". */
 BR_EXPORT BRTypeID BRWorkQueueGetTypeID(void);
 
 /* A queue with a label for debuggers; the label is copied, NULL is the empty one. NULL when memory runs out. The

@@ -13,6 +13,7 @@
 
 BR_BEGIN_DECLS
 
+/* An image buffer that holds an encoded picture. */
 typedef IMImageBufferRef IMEncodedImageBufferRef;
 
 /* The runtime type "IMEncodedImageBuffer". */

@@ -4,13 +4,16 @@
 
 #include <bedra/base.h>
 
+/* A coordinate or a length. */
 typedef double GRFloat;
 
+/* A place. */
 typedef struct GRPoint {
   GRFloat x;
   GRFloat y;
 } GRPoint;
 
+/* An extent. */
 typedef struct GRSize {
   GRFloat width;
   GRFloat height;

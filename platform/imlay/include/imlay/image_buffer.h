@@ -22,6 +22,7 @@
 
 BR_BEGIN_DECLS
 
+/* 0 is success. */
 typedef int32_t IMStatus;
 enum {
   kIMStatus_Success = 0,
@@ -38,6 +39,7 @@ typedef IMImageBufferRef IMBufferRef;
  * with. Zero for NULL. */
 BR_EXPORT GRSize IMImageBufferGetEncodedSize(IMImageBufferRef buffer);
 
+/* Whether an attachment goes along to what is made from the buffer. */
 typedef uint32_t IMAttachmentMode;
 enum { kIMAttachmentMode_ShouldNotPropagate = 0, kIMAttachmentMode_ShouldPropagate = 1 };
 

@@ -16,6 +16,7 @@
 
 BR_BEGIN_DECLS
 
+/* An image buffer that holds pixels. */
 typedef IMImageBufferRef IMPixelBufferRef;
 
 /* Gives pixels back to who lent them: what was passed to the creating function, for planes the address of the first

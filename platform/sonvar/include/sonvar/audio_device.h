@@ -24,7 +24,7 @@
 BR_BEGIN_DECLS
 
 typedef int32_t SonvarStatus; /* 0 is success */
-typedef uint32_t SonvarDeviceID;
+typedef uint32_t SonvarDeviceID; /* names a device as long as the process lives */
 
 enum { kSonvarDevice_None = 0 };
 
@@ -46,6 +46,7 @@ typedef struct SonvarTimeStamp {
   uint32_t run;             /* frames are counted anew in each run: stamps of two runs have nothing in common */
 } SonvarTimeStamp;
 
+/* What happened to a device. */
 typedef uint32_t SonvarEvent;
 enum {
   kSonvarEvent_DefaultOutputDeviceChanged = 1, /* the device is the new one, or none */

@@ -13,6 +13,7 @@
 
 BR_BEGIN_DECLS
 
+/* A converter, and what can be asked of it. */
 typedef struct AudioConverter *AudioConverterRef;
 typedef uint32_t AudioConverterPropertyID;
 

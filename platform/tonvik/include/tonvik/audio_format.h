@@ -45,6 +45,7 @@ typedef struct AudioFormatInfo {
   uint32_t magicCookieSize; /* in bytes */
 } AudioFormatInfo;
 
+/* What can be asked about a format. */
 typedef uint32_t AudioFormatPropertyID;
 enum {
   /* 'acif'. */

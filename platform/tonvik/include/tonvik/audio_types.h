@@ -24,6 +24,7 @@
 
 BR_BEGIN_DECLS
 
+/* Records without padding that may stand at any multiple of 4 bytes. */
 #define TONVIK_ALIGNED_TO_4 __attribute__((packed, aligned(4)))
 
 /* Format IDs: four-character codes. <tonvik/audio_format.h> tells which of them can be decoded here. */
@@ -71,6 +72,7 @@ enum {
   kAudioFormatFlagIsNonMixable = 1u << 6
 };
 
+/* A format of sound. */
 typedef struct TONVIK_ALIGNED_TO_4 AudioStreamBasicDescription {
   double sampleRate; /* frames a second */
   AudioFormatID formatID;
@@ -137,6 +139,7 @@ enum {
   kAudioChannelFlags_Meters = 1u << 2                  /* distances in metres; else relative ones */
 };
 
+/* One channel: what it is, and where when it has coordinates. */
 typedef struct AudioChannelDescription {
   AudioChannelLabel channelLabel;
   AudioChannelFlags channelFlags;
