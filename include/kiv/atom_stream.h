@@ -196,8 +196,8 @@ PV_EXPORT PVStatus KivAtomStreamPositionViaAtomPath(KivAtomStream *stream, size_
  * The type and the size (header and data) of the atom at startOffset. Arguments and statuses as for the Init function
  * of that source; either out may be NULL. */
 
-/* The type and the size (header and data) of the atom at startOffset of a byte stream, of one that is taken to end after
- * size bytes, and of a block buffer. typeOut and lengthOut may be NULL. */
+/* The type and the size (header and data) of the atom at startOffset of a byte stream, of one that is taken to end
+ * after size bytes, and of a block buffer. typeOut and lengthOut may be NULL. */
 PV_EXPORT PVStatus KivAtomUtilityGetAtomTypeAndLengthInByteStream(KivByteStreamRef byteStream, int64_t startOffset,
                                                                   uint32_t flags, PVFourCharCode *typeOut,
                                                                   int64_t *lengthOut);

@@ -66,7 +66,8 @@ PV_EXPORT PVStatus KivAtomWriterInitWithByteStream(KivByteStreamRef byteStream, 
 PV_EXPORT PVStatus KivAtomWriterInitWithParent(KivAtomWriter *parent, KivAtomWriter *child);
 
 /* Appends the header of a new atom: 8 bytes, or 16 with a 64-bit size. kKivAtomWriterError_AlreadyInAtom inside an
- * atom, kKivAtomWriterError_NotInAtom on a child whose parent's atom has ended; failures of making the byte stream (-108) and of appending are returned and leave the writer outside. */
+ * atom, kKivAtomWriterError_NotInAtom on a child whose parent's atom has ended; failures of making the byte stream
+ * (-108) and of appending are returned and leave the writer outside. */
 PV_EXPORT PVStatus KivAtomWriterBeginAtom(KivAtomWriter *writer, PVFourCharCode type, bool use64BitSize);
 
 /* The same for an atom of type 'uuid' with its 16 bytes of extended type: 24 or 32 bytes of header. */

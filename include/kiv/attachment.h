@@ -3,7 +3,8 @@
  * A type registers a record of five callbacks, from its own once-only registration; <pevrin/attachment.h> finds the
  * record by the bearer's runtime type. Registrations last for the process unless they are undone.
  *
- *   static const KivAttachmentBearerCallbacks callbacks = {0, reelSet, reelGet, reelRemove, reelRemoveAll, reelCopyAll};
+ *   static const KivAttachmentBearerCallbacks callbacks = {0,          reelSet,       reelGet,
+ *                                                          reelRemove, reelRemoveAll, reelCopyAll};
  *   KivRuntimeRegisterAttachmentBearerWithTypeID(&callbacks, reelTypeID);
  *
  * Threads: all three functions are safe on any thread, beside each other and beside all use of attachments. Who
@@ -29,9 +30,9 @@ typedef struct KivAttachmentBearerCallbacks {
                                                  PVAttachmentMode mode);
 } KivAttachmentBearerCallbacks;
 
-/* Makes the objects of a runtime type bearers of attachments. Refused, with an error signalled and nothing changed, when
- * the record is null, its version is not 0 or a callback is missing, the type is registered already, or memory runs
- * out. */
+/* Makes the objects of a runtime type bearers of attachments. Refused, with an error signalled and nothing changed,
+ * when the record is null, its version is not 0 or a callback is missing, the type is registered already, or memory
+ * runs out. */
 PV_EXPORT void KivRuntimeRegisterAttachmentBearerWithTypeID(const KivAttachmentBearerCallbacks *callbacks,
                                                             BRTypeID typeID);
 

@@ -3,7 +3,8 @@
  *   PVBaseClassID reelClassID(void) {                        // called through a once-only guard
  *     static const PVClassDescription description = {.version = 0, .className = "Reel"};
  *     static PVBaseClassID classID;
- *     if (!classID) KivBaseClassRegisterClass(&description, kKivBaseClassID, kKivBaseClassFlag_OwnRuntimeType, &classID);
+ *     if (!classID)
+ *       KivBaseClassRegisterClass(&description, kKivBaseClassID, kKivBaseClassFlag_OwnRuntimeType, &classID);
  *     return classID;
  *   }
  *   BRNumberRef frames;

@@ -19,10 +19,10 @@ PV_EXPORT PVStatus KivBlockBufferGetDataPointerAndOrigin(PVBlockBufferRef buffer
                                                          char **dataPointerOut, PVBlockBufferRef *originOut,
                                                          size_t *originOffsetOut);
 
-/* Appends a copy of the bytes. Appends share memory blocks: each takes the room left behind the last one, or a new block
- * from the buffer's own allocator, at least 4 KiB and growing with the buffer, so that a buffer written in small pieces
- * has few entries. The bytes of one append lie in one block. Statuses: kPVBlockBufferBadPointerParameterErr (null buffer
- * or bytes), kPVBlockBufferBadLengthParameterErr (a length of 0, or a total past the largest size),
+/* Appends a copy of the bytes. Appends share memory blocks: each takes the room left behind the last one, or a new
+ * block from the buffer's own allocator, at least 4 KiB and growing with the buffer, so that a buffer written in small
+ * pieces has few entries. The bytes of one append lie in one block. Statuses: kPVBlockBufferBadPointerParameterErr
+ * (null buffer or bytes), kPVBlockBufferBadLengthParameterErr (a length of 0, or a total past the largest size),
  * kPVBlockBufferBlockAllocationFailedErr and kPVBlockBufferStructureAllocationFailedErr; the buffer is then as before.
  * Appends need the caller's lock. */
 PV_EXPORT PVStatus KivBlockBufferAppendBytes(PVBlockBufferRef buffer, const void *bytes, size_t length);

@@ -19,10 +19,10 @@
 
 PV_BEGIN_DECLS
 
-/* The time source of a kind of clocks: a static record that outlives all of them; clocks are of one kind when they share
- * it. A clock's callbacks run with its mutex held, on any thread, except that mightDrift runs with no lock and must
- * cope with clocks that are being invalidated; what it gets from KivDerivedClockGetDerivedStorage stays in place. Only
- * getAnchorTime is required. */
+/* The time source of a kind of clocks: a static record that outlives all of them; clocks are of one kind when they
+ * share it. A clock's callbacks run with its mutex held, on any thread, except that mightDrift runs with no lock and
+ * must cope with clocks that are being invalidated; what it gets from KivDerivedClockGetDerivedStorage stays in place.
+ * Only getAnchorTime is required. */
 #pragma pack(push, 4)
 typedef struct KivDerivedClockCallbacks {
   uint32_t version;                 /* must be 1 */
@@ -30,7 +30,8 @@ typedef struct KivDerivedClockCallbacks {
   int32_t reserved;                 /* 0 */
   /* What a debugger should show beside the clock; the caller releases it. */
   BRStringRef (*copyDebugDesc)(PVClockRef clock);
-  /* Lets go of the source: called once, by PVClockInvalidate or the last release. The reference clock is still there. */
+  /* Lets go of the source: called once, by PVClockInvalidate or the last release. The reference clock is still
+   * there. */
   void (*finalize)(PVClockRef clock);
   /* Whether two clocks of this kind may drift apart. They are never the same clock. */
   bool (*mightDrift)(PVClockRef clock, PVClockRef otherClock);
@@ -40,8 +41,8 @@ typedef struct KivDerivedClockCallbacks {
    * a number says that the source cannot tell at present: the clock then runs on from its last good answer. A
    * reference time that is not a number stands for one read just before the call. A status other than 0, signalled
    * already, becomes that of the reading.
-   * May read other clocks that do not depend on this one; what it reads of this clock runs on from the last good answer.
-   * May report discontinuities and invalidate the clock. */
+   * May read other clocks that do not depend on this one; what it reads of this clock runs on from the last good
+   * answer. May report discontinuities and invalidate the clock. */
   PVStatus (*getAnchorTime)(PVClockRef clock, PVTime *clockTimeOut, PVTime *referenceTimeOut);
 } KivDerivedClockCallbacks;
 #pragma pack(pop)
@@ -61,9 +62,9 @@ PV_EXPORT PVStatus KivDerivedClockCreateWithGetTimeCallback(BRAllocatorRef alloc
  * NULL, and signalled as kPVClockError_RequiredParameterMissing, for NULL. */
 PV_EXPORT void *KivDerivedClockGetDerivedStorage(PVClockRef clock);
 
-/* Says that the source has jumped: the next reading asks it, whatever the interval. Takes no lock, so that any thread may
- * call it at any time, also from inside the callbacks. A discontinuity during getAnchorTime makes the clock ask again at
- * once; a source that reports one each time is asked 16 times, and again at the next reading.
+/* Says that the source has jumped: the next reading asks it, whatever the interval. Takes no lock, so that any thread
+ * may call it at any time, also from inside the callbacks. A discontinuity during getAnchorTime makes the clock ask
+ * again at once; a source that reports one each time is asked 16 times, and again at the next reading.
  * Signals kPVClockError_RequiredParameterMissing: clock is NULL. */
 PV_EXPORT void KivDerivedClockDiscontinuityOccurred(PVClockRef clock);
 

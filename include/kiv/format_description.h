@@ -58,8 +58,8 @@ PV_EXPORT PVStatus KivDerivedFormatDescriptionCreate(BRAllocatorRef allocator, P
  * there. NULL, and InvalidParameter signalled, for NULL. */
 PV_EXPORT void *KivDerivedFormatDescriptionGetDerivedStorage(PVFormatDescriptionRef description);
 
-/* How many bytes there are: derivedStorageSize of the entry that the description was created with; 0 for NULL. Who reads
- * or writes the storage of a media type that others may have registered first asks before. */
+/* How many bytes there are: derivedStorageSize of the entry that the description was created with; 0 for NULL. Who
+ * reads or writes the storage of a media type that others may have registered first asks before. */
 PV_EXPORT size_t KivDerivedFormatDescriptionGetDerivedStorageSize(PVFormatDescriptionRef description);
 
 /* Whether two extension dictionaries are equal, by the rules of PVFormatDescriptionEqualIgnoringExtensionKeys: what the

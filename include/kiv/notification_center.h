@@ -47,8 +47,8 @@ PV_EXPORT PVStatus KivNotificationCenterAddWeakListener(PVNotificationCenterRef 
                                                         const void *object, uint32_t flags, BRWorkQueueRef queue);
 
 /* Removes the registration with this listener, callback, name and object. Waits for a call in progress on another
- * thread as PVNotificationCenterRemoveListener does, unless it was registered to be removed without. Success also when there is none. The listener is not read: its
- * finalizer may call this.
+ * thread as PVNotificationCenterRemoveListener does, unless it was registered to be removed without. Success also when
+ * there is none. The listener is not read: its finalizer may call this.
  * CenterRequired, ListenerRequired: that argument is NULL. AllocationFailed: the registration stands. */
 PV_EXPORT PVStatus KivNotificationCenterRemoveWeakListener(PVNotificationCenterRef center, BRTypeRef listener,
                                                            PVNotificationCallback callback, BRStringRef name,

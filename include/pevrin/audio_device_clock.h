@@ -18,8 +18,8 @@
  *
  * PVClockMightDrift of two of these clocks is false as long as both follow one device.
  *
- * The devices are those of Sonvar, the audio hardware service, which is loaded on first use: libsonvar.so.0, or the file
- * that PEVRIN_SONVAR_PATH names. While a clock follows a device, that is started, and plays silence.
+ * The devices are those of Sonvar, the audio hardware service, which is loaded on first use: libsonvar.so.0, or the
+ * file that PEVRIN_SONVAR_PATH names. While a clock follows a device, that is started, and plays silence.
  *
  * Threads: any thread may call any function. A reading waits while another thread gives the clock a device, which takes
  * as long as starting that does.

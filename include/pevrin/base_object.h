@@ -37,7 +37,8 @@ typedef const struct PVBaseClassIDRecord *PVBaseClassID;
 
 /* The codes of this layer; besides them kPVStatus_OutOfMemory. */
 enum {
-  /* A null argument, a reserved word that is not null, a class without runtime type, a second runtime type in a chain. */
+  /* A null argument, a reserved word that is not null, a class without runtime type, a second runtime type in a
+   * chain. */
   kPVBaseObjectError_ParamErr = -12780,
   /* The base class record's version is not one that this library knows. */
   kPVBaseObjectError_UnsupportedVersion = -12781,

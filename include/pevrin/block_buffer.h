@@ -1,8 +1,8 @@
 /* Block buffers: bytes scattered over memory blocks, and over ranges of other block buffers, as one run of offsets
  * 0 ... length - 1.
  *
- * A block buffer is built by appending: memory blocks, given or still to be allocated, and references to ranges of other
- * block buffers. References share bytes and never copy them. What was appended stays; its bytes may be replaced.
+ * A block buffer is built by appending: memory blocks, given or still to be allocated, and references to ranges of
+ * other block buffers. References share bytes and never copy them. What was appended stays; its bytes may be replaced.
  *
  * Who owns what: a memory block goes back to its block allocator, or to the custom source's freeBlock, when the buffer
  * goes. A block given with kBRAllocatorNull stays the caller's and must outlive the buffer. A buffer retains the
@@ -70,8 +70,8 @@ enum {
   kPVBlockBufferUnallocatedBlockErr = -12707
 };
 
-/* Where blocks come from and go to, when it is not an allocator. The buffer keeps a copy of the record. allocateBlock is
- * needed for blocks that the buffer allocates, freeBlock for blocks that the caller gives; a block that the buffer
+/* Where blocks come from and go to, when it is not an allocator. The buffer keeps a copy of the record. allocateBlock
+ * is needed for blocks that the buffer allocates, freeBlock for blocks that the caller gives; a block that the buffer
  * allocated is left alone at the end when there is no freeBlock. allocateBlock may return NULL when memory runs out.
  * Both are called on the thread that assures memory or drops the last reference. */
 #pragma pack(push, 4)
@@ -199,8 +199,9 @@ PV_EXPORT PVStatus PVBlockBufferGetDataPointer(PVBlockBufferRef buffer, size_t o
 /* The number of bytes, allocated or not; 0 for NULL. */
 PV_EXPORT size_t PVBlockBufferGetDataLength(PVBlockBufferRef buffer);
 
-/* True when length bytes from the offset on (0: to the end) are one piece that PVBlockBufferGetDataPointer gives. False,
- * and the status signalled, when the buffer is null, the range does not lie inside it or its memory is not allocated. */
+/* True when length bytes from the offset on (0: to the end) are one piece that PVBlockBufferGetDataPointer gives.
+ * False, and the status signalled, when the buffer is null, the range does not lie inside it or its memory is not
+ * allocated. */
 PV_EXPORT bool PVBlockBufferIsRangeContiguous(PVBlockBufferRef buffer, size_t offset, size_t length);
 
 /* True when nothing was appended, and for NULL. */

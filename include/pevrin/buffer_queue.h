@@ -7,27 +7,28 @@
  *
  *   PVBufferQueueRef queue;
  *   PVBufferQueueTriggerToken low;
- *   PVStatus status = PVBufferQueueCreate(NULL, 0, PVBufferQueueGetCallbacksForSampleBuffersSortedByOutputPTS(), &queue);
+ *   PVStatus status =
+ *       PVBufferQueueCreate(NULL, 0, PVBufferQueueGetCallbacksForSampleBuffersSortedByOutputPTS(), &queue);
  *   if (status == 0)
  *     status = PVBufferQueueInstallTrigger(queue, refill, reader, kPVBufferQueueTrigger_WhenDurationBecomesLessThan,
  *                                          PVTimeMake(1, 2), &low);
  *   if (status == 0) status = PVBufferQueueEnqueue(queue, sample);
  *   PVBufferRef next = PVBufferQueueDequeueAndRetain(queue);          // and BRRelease(next) when it has been used
  *
- * Who owns what: the queue retains a buffer from its enqueue on; a dequeue hands that reference to the caller. The queue
- * retains the notification name of the record, and nothing behind a refcon.
+ * Who owns what: the queue retains a buffer from its enqueue on; a dequeue hands that reference to the caller. The
+ * queue retains the notification name of the record, and nothing behind a refcon.
  *
- * What a buffer says of itself: timestamps, duration and size are asked once, while it is enqueued, and the queue goes by
- * those answers until the buffer leaves. A buffer that changes its mind meanwhile, or is invalidated, neither moves in
- * the queue nor spoils the totals. compare is asked at each enqueue, isDataReady whenever readiness matters.
+ * What a buffer says of itself: timestamps, duration and size are asked once, while it is enqueued, and the queue goes
+ * by those answers until the buffer leaves. A buffer that changes its mind meanwhile, or is invalidated, neither moves
+ * in the queue nor spoils the totals. compare is asked at each enqueue, isDataReady whenever readiness matters.
  *
  * Cost: enqueueing in the usual orders (that of presentation, that of B frames) takes the same time whatever the depth;
  * elsewhere it takes the logarithm of the depth in comparisons. The questions take constant time, averaged over the
  * changes in between. Memory grows with the greatest depth and is given back with the queue.
  *
  * Threads: every function may be called from any thread; each holds the queue's mutex, which is reentrant, for the time
- * of the call. All callbacks but that of a reset are called with the mutex held, on the thread that makes the call: they
- * must not wait for another thread that uses the queue.
+ * of the call. All callbacks but that of a reset are called with the mutex held, on the thread that makes the call:
+ * they must not wait for another thread that uses the queue.
  *  - Every callback may read the queue. The callbacks of the record should do no more than that.
  *  - A trigger callback may only read: whatever would change the queue fails with CannotModifyFromTrigger.
  *  - Validation, readiness, trigger, reset and for-each callbacks may release the reference that the caller made the
@@ -37,8 +38,8 @@
  * A queue with a WhenDataBecomesReady trigger hears the record's notification from its head buffer through
  * <pevrin/notification_center.h>, on the thread that posts it. Queues are registered there for barriers.
  *
- * The functions check their arguments in the order in which the codes are listed with them; every failure passes through
- * <kiv/error.h>. Codes are named below without kPVBufferQueueError_. */
+ * The functions check their arguments in the order in which the codes are listed with them; every failure passes
+ * through <kiv/error.h>. Codes are named below without kPVBufferQueueError_. */
 #ifndef PEVRIN_BUFFER_QUEUE_H
 #define PEVRIN_BUFFER_QUEUE_H
 
@@ -132,8 +133,8 @@ PV_EXPORT int64_t PVBufferQueueGetBufferCount(PVBufferQueueRef queue);
  * RequiredParameterMissing: queue is NULL. CannotModifyFromTrigger. */
 PV_EXPORT PVStatus PVBufferQueueMarkEndOfData(PVBufferQueueRef queue);
 
-/* Whether end of data is marked; whether it is, and the queue is empty. A NULL queue signals RequiredParameterMissing and
- * answers true. */
+/* Whether end of data is marked; whether it is, and the queue is empty. A NULL queue signals RequiredParameterMissing
+ * and answers true. */
 PV_EXPORT bool PVBufferQueueContainsEndOfData(PVBufferQueueRef queue);
 PV_EXPORT bool PVBufferQueueIsAtEndOfData(PVBufferQueueRef queue);
 
@@ -166,13 +167,14 @@ PV_EXPORT PVTime PVBufferQueueGetDuration(PVBufferQueueRef queue);
 /* In bytes; 0 without getSize. */
 PV_EXPORT size_t PVBufferQueueGetTotalSize(PVBufferQueueRef queue);
 
-/* The least, or greatest, valid timestamp; of equal ones that nearest to the head. kPVTimeInvalid when there is none, as
- * in an empty queue or without the callback. */
+/* The least, or greatest, valid timestamp; of equal ones that nearest to the head. kPVTimeInvalid when there is none,
+ * as in an empty queue or without the callback. */
 PV_EXPORT PVTime PVBufferQueueGetMinDecodeTimeStamp(PVBufferQueueRef queue);
 PV_EXPORT PVTime PVBufferQueueGetMinPresentationTimeStamp(PVBufferQueueRef queue);
 PV_EXPORT PVTime PVBufferQueueGetMaxPresentationTimeStamp(PVBufferQueueRef queue);
 
-/* Where the contents end: the greatest sum of a buffer's presentation timestamp and duration. kPVTimeInvalid as above. */
+/* Where the contents end: the greatest sum of a buffer's presentation timestamp and duration. kPVTimeInvalid as
+ * above. */
 PV_EXPORT PVTime PVBufferQueueGetEndPresentationTimeStamp(PVBufferQueueRef queue);
 
 /* The head's timestamp. kPVTimeInvalid for an empty queue or without the callback. */
@@ -209,8 +211,8 @@ typedef struct PVBufferQueueTrigger *PVBufferQueueTriggerToken;
 /* The trigger fired. Called with the mutex held, on the thread that made the change. */
 typedef void (*PVBufferQueueTriggerCallback)(void *triggerRefcon, PVBufferQueueTriggerToken token);
 
-/* Installs a trigger. callback may be NULL when the state is only to be tested, tokenOut when the trigger is to stay for
- * the life of the queue; not both. A condition that is true already fires before the function returns; *tokenOut is
+/* Installs a trigger. callback may be NULL when the state is only to be tested, tokenOut when the trigger is to stay
+ * for the life of the queue; not both. A condition that is true already fires before the function returns; *tokenOut is
  * written before that. Conditions 1-4 use timeThreshold.
  * RequiredParameterMissing: queue is NULL, condition is 0, or callback and tokenOut are both NULL.
  * CannotModifyFromTrigger. BadTriggerDuration: for 1-4. InvalidTriggerCondition: for 5 and 6 without

@@ -53,7 +53,8 @@ PV_EXPORT uint64_t PVClockConvertHostTimeToSystemUnits(PVTime hostTime);
 /* The time of the host time clock at that tick, in timescale 1000000000. Ticks of more than 2^63 - 1 ns give that. */
 PV_EXPORT PVTime PVClockMakeHostTimeFromSystemUnits(uint64_t hostTicks);
 
-/* The clock's time now; kPVTimeInvalid when PVClockGetAnchorTime fails, or while the source has not said any time yet. */
+/* The clock's time now; kPVTimeInvalid when PVClockGetAnchorTime fails, or while the source has not said any time
+ * yet. */
 PV_EXPORT PVTime PVClockGetTime(PVClockRef clock);
 
 /* The clock's time and its reference clock's at one instant: now, or when the source last looked. Both are the same for

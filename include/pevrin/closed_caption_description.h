@@ -1,10 +1,10 @@
 /* Closed captions (CEA-608, CEA-708): their format descriptions and the sample descriptions of movie files. The
- * description is a generic one (<pevrin/format_description.h>): media type 'clcp', the caption format as its subtype, and
- * for extensions the record's extension atoms.
+ * description is a generic one (<pevrin/format_description.h>): media type 'clcp', the caption format as its subtype,
+ * and for extensions the record's extension atoms.
  *
  *   PVFormatDescriptionRef captions;
- *   PVStatus status = PVFormatDescriptionCreate(NULL, kPVMediaType_ClosedCaption, kPVClosedCaptionFormatType_CEA608, NULL,
- *                                               &captions);
+ *   PVStatus status = PVFormatDescriptionCreate(NULL, kPVMediaType_ClosedCaption,
+ *                                               kPVClosedCaptionFormatType_CEA608, NULL, &captions);
  *   PVBlockBufferRef record;
  *   status = PVClosedCaptionFormatDescriptionCopyAsBigEndianClosedCaptionDescriptionBlockBuffer(NULL, captions, NULL,
  *                                                                                               &record); */
@@ -37,10 +37,10 @@ PV_EXPORT PVStatus PVClosedCaptionFormatDescriptionCreateFromBigEndianClosedCapt
 PV_EXPORT PVStatus PVClosedCaptionFormatDescriptionCreateFromBigEndianClosedCaptionDescriptionBlockBuffer(
     BRAllocatorRef allocator, PVBlockBufferRef record, BRStringRef flavor, PVFormatDescriptionRef *descriptionOut);
 
-/* Writes a record into a new block buffer, in one piece, which the caller releases: data reference index 0xFFFF, for the
- * writer of the file to set, and the atoms whose key is a type and whose value is data; others are passed over.
- * kPVSampleDescriptionError_InvalidParameter: a null pointer, not a closed-caption description. A block buffer's statuses
- * when memory runs out. */
+/* Writes a record into a new block buffer, in one piece, which the caller releases: data reference index 0xFFFF, for
+ * the writer of the file to set, and the atoms whose key is a type and whose value is data; others are passed over.
+ * kPVSampleDescriptionError_InvalidParameter: a null pointer, not a closed-caption description. A block buffer's
+ * statuses when memory runs out. */
 PV_EXPORT PVStatus PVClosedCaptionFormatDescriptionCopyAsBigEndianClosedCaptionDescriptionBlockBuffer(
     BRAllocatorRef allocator, PVFormatDescriptionRef description, BRStringRef flavor, PVBlockBufferRef *recordOut);
 

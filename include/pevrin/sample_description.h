@@ -56,8 +56,8 @@ PV_EXPORT extern const BRStringRef kPVSoundDescriptionFlavor_TavloMovie;
 PV_EXPORT extern const BRStringRef kPVSoundDescriptionFlavor_TavloMovieV2;
 
 /* Sound: the fields of the record's version.
- * InvalidParameter (bytes null); MalformedRecord (fewer than 18 bytes, version 3 or more, a record size beyond the bytes
- * or below the version's 36, 52 or 72). */
+ * InvalidParameter (bytes null); MalformedRecord (fewer than 18 bytes, version 3 or more, a record size beyond the
+ * bytes or below the version's 36, 52 or 72). */
 PV_EXPORT PVStatus PVSwapBigEndianSoundDescriptionToHost(uint8_t *bytes, size_t size);
 PV_EXPORT PVStatus PVSwapHostEndianSoundDescriptionToBig(uint8_t *bytes, size_t size);
 

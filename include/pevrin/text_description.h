@@ -18,9 +18,10 @@
 PV_BEGIN_DECLS
 
 /* Makes a description of a record.
- * kPVSampleDescriptionError_InvalidParameter: a null pointer, fewer than 16 bytes. kPVSampleDescriptionError_Unsupported: a
- * flavour or data format that is not known. kPVSampleDescriptionError_MalformedRecord: a record size below that of the
- * fields (16, 'text' 58, 'tx3g' 46) or beyond the bytes, an atom, font name or font table that reaches past its end.
+ * kPVSampleDescriptionError_InvalidParameter: a null pointer, fewer than 16 bytes.
+ * kPVSampleDescriptionError_Unsupported: a flavour or data format that is not known.
+ * kPVSampleDescriptionError_MalformedRecord: a record size below that of the fields (16, 'text' 58, 'tx3g' 46) or
+ * beyond the bytes, an atom, font name or font table that reaches past its end.
  * kPVSampleDescriptionError_AllocationFailed, kPVFormatDescriptionError_AllocationFailed. */
 PV_EXPORT PVStatus PVTextFormatDescriptionCreateFromBigEndianTextDescriptionData(
     BRAllocatorRef allocator, const uint8_t *bytes, size_t size, BRStringRef flavor,
@@ -31,11 +32,11 @@ PV_EXPORT PVStatus PVTextFormatDescriptionCreateFromBigEndianTextDescriptionBloc
     BRAllocatorRef allocator, PVBlockBufferRef record, BRStringRef flavor, PVFormatDescriptionRef *descriptionOut);
 
 /* Writes a record into a new block buffer, in one piece, which the caller releases. The record that a description
- * remembers for the flavour is written as it was; any other has data reference index 1, and 0 for what the extensions do
- * not say.
+ * remembers for the flavour is written as it was; any other has data reference index 1, and 0 for what the extensions
+ * do not say.
  * kPVSampleDescriptionError_InvalidParameter: a null pointer, a description of another media type.
- * kPVSampleDescriptionError_Unsupported: a flavour or subtype that is not known, a font name that Western Roman (UTF-8 in a
- * font table) cannot write in 255 bytes. A block buffer's statuses when memory runs out. */
+ * kPVSampleDescriptionError_Unsupported: a flavour or subtype that is not known, a font name that Western Roman (UTF-8
+ * in a font table) cannot write in 255 bytes. A block buffer's statuses when memory runs out. */
 PV_EXPORT PVStatus PVTextFormatDescriptionCopyAsBigEndianTextDescriptionBlockBuffer(
     BRAllocatorRef allocator, PVFormatDescriptionRef description, BRStringRef flavor, PVBlockBufferRef *recordOut);
 

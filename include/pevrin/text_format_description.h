@@ -1,6 +1,6 @@
 /* Text and subtitle format descriptions: media types 'text' and 'sbtl'. They are generic descriptions
- * (<pevrin/format_description.h>) whose extensions hold the defaults that samples are shown with. The functions here read
- * them; a description made from a sample description has them (<pevrin/text_description.h>).
+ * (<pevrin/format_description.h>) whose extensions hold the defaults that samples are shown with. The functions here
+ * read them; a description made from a sample description has them (<pevrin/text_description.h>).
  *
  * Subtype 'text' is the movie's own text: 16-bit colours, one justification, one font name. Every other subtype, 'tx3g'
  * among them, is timed text: 8-bit colours, two justifications, a font table. The WebVTT subtypes 'wvtt', 'xvtt' and
@@ -9,8 +9,8 @@
  *
  * Every function answers kPVFormatDescriptionError_InvalidParameter for NULL, for another media type, and when an
  * extension that it needs is missing. An output may be NULL, and then needs no extension, except where it is said to be
- * required. Numbers are narrowed to the width that the format has: a font size of 200 in timed text reads as -56. Threads:
- * any.
+ * required. Numbers are narrowed to the width that the format has: a font size of 200 in timed text reads as -56.
+ * Threads: any.
  *
  *   uint16_t font;
  *   double size;
@@ -57,7 +57,8 @@ PV_EXPORT extern const BRStringRef kPVTextFormatDescriptionRect_Left;
 PV_EXPORT extern const BRStringRef kPVTextFormatDescriptionRect_Bottom;
 PV_EXPORT extern const BRStringRef kPVTextFormatDescriptionRect_Right;
 
-/* Of a style: "StartChar", "EndChar" (timed text), "Font" (a local font ID, signed 16-bit), "FontFace" (its bits, signed
+/* Of a style: "StartChar", "EndChar" (timed text), "Font" (a local font ID, signed 16-bit), "FontFace" (its bits,
+ * signed
  * 8-bit), "FontSize", "ForegroundColor" (a dictionary of the colour keys), "Height" and "Ascent" ('text'). */
 PV_EXPORT extern const BRStringRef kPVTextFormatDescriptionStyle_StartChar;
 PV_EXPORT extern const BRStringRef kPVTextFormatDescriptionStyle_EndChar;
@@ -109,8 +110,8 @@ PV_EXPORT PVStatus PVTextFormatDescriptionGetDefaultStyle(PVFormatDescriptionRef
                                                           bool *underlineOut, double *fontSizeOut,
                                                           PVTextColor *colorOut);
 
-/* The name of a font, borrowed. 'text' has one, whatever the ID. fontNameOut is required, and NULL when there is no such
- * name. */
+/* The name of a font, borrowed. 'text' has one, whatever the ID. fontNameOut is required, and NULL when there is no
+ * such name. */
 PV_EXPORT PVStatus PVTextFormatDescriptionGetFontName(PVFormatDescriptionRef description, uint16_t localFontID,
                                                       BRStringRef *fontNameOut);
 

@@ -2,11 +2,12 @@
  * samples. The description tells how long a frame lasts, how many frames are counted before the seconds roll over (the
  * frame quanta: 30 for 29.97 frames per second), and the flags.
  *
- * Rules for ownership and threads: <pevrin/format_description.h>. Records of movie files: <pevrin/sample_description.h>.
+ * Rules for ownership and threads: <pevrin/format_description.h>. Records of movie files:
+ * <pevrin/sample_description.h>.
  *
  *   PVFormatDescriptionRef tape;
- *   PVStatus status = PVTimeCodeFormatDescriptionCreate(NULL, kPVTimeCodeFormatType_TimeCode32, PVTimeMake(1001, 30000), 30,
- *                                                       kPVTimeCodeFlag_DropFrame, NULL, &tape); */
+ *   PVStatus status = PVTimeCodeFormatDescriptionCreate(NULL, kPVTimeCodeFormatType_TimeCode32, PVTimeMake(1001, 30000),
+ *                                                       30, kPVTimeCodeFlag_DropFrame, NULL, &tape); */
 #ifndef PEVRIN_TIMECODE_FORMAT_DESCRIPTION_H
 #define PEVRIN_TIMECODE_FORMAT_DESCRIPTION_H
 
@@ -72,9 +73,9 @@ PV_EXPORT PVStatus PVTimeCodeFormatDescriptionCreateFromBigEndianTimeCodeDescrip
     BRAllocatorRef allocator, PVBlockBufferRef record, BRStringRef flavor, PVFormatDescriptionRef *descriptionOut);
 
 /* Writes a record into a new block buffer, in one piece, which the caller releases. The record that a description
- * remembers is written as it was; any other has data reference index 0xFFFF, for the writer of the file to set, the low 32
- * bits of the frame duration's value and the low 8 of the frame quanta, and a 'name' when the extensions have a source
- * reference name with a language that Western Roman can write.
+ * remembers is written as it was; any other has data reference index 0xFFFF, for the writer of the file to set, the low
+ * 32 bits of the frame duration's value and the low 8 of the frame quanta, and a 'name' when the extensions have a
+ * source reference name with a language that Western Roman can write.
  * kPVSampleDescriptionError_InvalidParameter: a null pointer, not a timecode description, a frame duration that is not
  * valid, frame quanta of 0, a name that Western Roman cannot write or of more than 65,535 bytes. A block buffer's
  * statuses when memory runs out. */

@@ -6,9 +6,9 @@
  * kBRCopyStringDictionaryKeyCallBacks.
  *
  * Made for the small ones that hang on buffers and formats: an immutable dictionary is a single block of memory, a
- * mutable one starts with room for a few entries in the same block, and up to 8 entries a search is a scan for the key's
- * own pointer, then for its hash. Larger ones are hash tables. Everything that belongs to a dictionary comes from its
- * own allocator. Entries are walked, copied and described in the order in which their keys were added.
+ * mutable one starts with room for a few entries in the same block, and up to 8 entries a search is a scan for the
+ * key's own pointer, then for its hash. Larger ones are hash tables. Everything that belongs to a dictionary comes from
+ * its own allocator. Entries are walked, copied and described in the order in which their keys were added.
  *
  * A dictionary lends its keys and values: one got from it stays valid while it is in the dictionary. A dictionary must
  * not hold itself, directly or through others: such a ring is never freed, and comparing it may not end.
@@ -109,8 +109,8 @@ BR_EXPORT void BRDictionaryGetKeysAndValues(BRDictionaryRef dictionary, const vo
 BR_EXPORT void BRDictionaryApply(BRDictionaryRef dictionary, BRDictionaryApplier applier, void *context);
 
 /* The functions below change a mutable dictionary. They return false, and the dictionary is as it was, when the
- * dictionary is NULL or immutable, a retain callback fails, or memory runs out. A key that stays keeps its place and the
- * key object first added. */
+ * dictionary is NULL or immutable, a retain callback fails, or memory runs out. A key that stays keeps its place and
+ * the key object first added. */
 
 /* Adds a key that is not there; false when it is. */
 BR_EXPORT bool BRDictionaryAddValue(BRMutableDictionaryRef dictionary, const void *key, const void *value);

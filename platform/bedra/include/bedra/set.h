@@ -14,7 +14,8 @@
 
 BR_BEGIN_DECLS
 
-/* How a set holds its values. A NULL record, or a NULL member, holds them unretained and compares and hashes identity. */
+/* How a set holds its values. A NULL record, or a NULL member, holds them unretained and compares and hashes
+ * identity. */
 typedef BRDictionaryKeyCallBacks BRSetCallBacks;
 
 /* Values are objects (or NULL): retained, released, compared with BREqual and BRHash. */
