@@ -1,5 +1,5 @@
 // The movie reader: any bytes are a movie. Samples that are told must have been worth the bytes, and the
-// times must be in order when they are given out in order.
+// times must be in order when they are given out in order; values of metadata are in the bytes.
 #include <kiv/byte_stream.h>
 
 #include <bedra/ref.hpp>
@@ -8,6 +8,7 @@
 
 #include "movie/movie_index.hpp"
 #include "movie/output_order.hpp"
+#include "movie_metadata/metadata_items.hpp"
 
 namespace {
 
@@ -16,6 +17,7 @@ class Reader final : public AtomVisitor {
   explicit Reader(int64_t size) : index(size) {}
   bool beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) override {
     facts.read(walk.types(), stream);
+    metadata.noteAtom(atom, stream, walk, facts.tracks().size(), damages);
     index.noteAtom(atom, stream, walk, facts, damages);
     return true;
   }
@@ -24,6 +26,7 @@ class Reader final : public AtomVisitor {
 
   MovieFacts facts;
   MovieIndex index;
+  MetadataItems metadata;
   std::vector<Damage> damages;
 };
 
@@ -35,6 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto length = static_cast<int64_t>(size);
   Reader reader(length);
   AtomWalk(stream.get(), length, reader).run();
+  for (const MetadataItem& item : reader.metadata.items())
+    if (item.identifier.empty() || item.bytes.size() > item.length || item.length > size) std::abort();
   reader.index.finish(reader.facts, reader.damages);
   for (size_t i = 0; i < reader.index.tracks().size(); ++i) {
     const auto timescale = static_cast<int32_t>(reader.facts.tracks()[i].timescale.value_or(0));

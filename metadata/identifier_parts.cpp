@@ -47,9 +47,11 @@ PVStatus splitKey(BRAllocatorRef allocator, BRStringRef identifier, String& key,
   Parts parts;
   if (PVStatus status = split(identifier, parts)) return status;
   if (!parts.key) return pv::signalError(kPVMetadataIdentifierError_BadKey);
-  if (!pv::metadata::givenKeySpace(nullptr, parts.keySpace.get()))
-    return pv::signalError(kPVMetadataIdentifierError_BadKeySpace);
-  hasFourBytes = pv::metadata::hasFourByteKeys(parts.keySpace.get());
+  // However it is spelt here.
+  const String given = pv::metadata::givenKeySpace(nullptr, parts.keySpace.get());
+  const String written = given ? pv::metadata::writtenKeySpace(given.get()) : nullptr;
+  if (!written) return pv::signalError(kPVMetadataIdentifierError_BadKeySpace);
+  hasFourBytes = pv::metadata::hasFourByteKeys(written.get());
   key = pv::metadata::unescaped(allocator, parts.key.get());
   if (!key) return pv::signalError(kPVMetadataIdentifierError_BadKey);
   const size_t length = BRStringGetLengthUTF16(key.get());

@@ -13,7 +13,8 @@ MovieFile::MovieFile(KivByteStreamRef stream, int64_t size, int64_t mediaSize)
 
 MovieFile::MovieFile(const InputFile& file) : MovieFile(file.stream(), file.size(), file.size()) {
   media_ = mapMedia(file.descriptor(), file.size());
-  if (!media_) damages_.push_back({"", 0, kKivByteStreamError_ReadFailed, "the file cannot be mapped"});
+  if (!media_ && file.size() > 0)
+    damages_.push_back({"", 0, kKivByteStreamError_ReadFailed, "the file cannot be mapped"});
 }
 
 bool MovieFile::beginAtom(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk) {

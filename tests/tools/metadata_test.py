@@ -115,7 +115,20 @@ class Metadata(CommandTest):
             self.assertEqual([(item["identifier"], item.get("name"), item["value"]) for item in items], [
                 ("id3/TIT2", None, "Title"), ("id3/TPE1", None, "\u00e9t\u00e9"), ("id3/TXXX", "a", "b"),
                 ("id3/COMM", "short", "long"), ("id3/PRIV", None, "00" * 200)])
-            cut = movie(full("meta", 0, HDLR["ID32"], full("ID32", 0, b"\x15\xc7", tag[:60])))
+            # grouped, with its length (version 4), compressed; two texts; in version 4 also unsynchronised by itself
+            frame = lambda name, flags, data: name + size(len(data)) + bytes([0, flags]) + data
+            frames = frame(b"TIT2", 0x20 if version == 3 else 0x41, b"\7" + (b"" if version == 3 else bytes(4)) + b"\3One\0Two\0")
+            frames += frame(b"TPE1", 0x80 if version == 3 else 8, b"\1\2") + frame(b"PRIV", 0, b"\xff\0b") + frame(b"TALB", 0, b"\2\0A")
+            if version == 3:  # the whole tag at once
+                frames = frames.replace(b"\xff\0b", b"\xff\0\0b")
+            else:
+                frames = frames.replace(b"PRIV" + size(3), b"PRIV" + size(4)).replace(b"\xff\0b", b"\xff\0\0b")
+            tag = b"ID3" + bytes([version, 0, 0x80, 0, 0, len(frames) >> 7, len(frames) & 127]) + frames
+            items, errors = self.items(movie(full("meta", 0, HDLR["ID32"], full("ID32", 0, b"\x15\xc7", tag))))
+            self.assertEqual(errors, [])
+            self.assertEqual([(item["identifier"], item["value"]) for item in items], [
+                ("id3/TIT2", "One"), ("id3/TIT2", "Two"), ("id3/TPE1", "0102"), ("id3/PRIV", "ff0062"), ("id3/TALB", "A")])
+            cut = movie(full("meta", 0, HDLR["ID32"], full("ID32", 0, b"\x15\xc7", tag[:30])))
             self.assertIn("ID3 tag is damaged", self.items(cut, 1)[1][0]["message"])
 
     def test_what_is_broken_is_told_and_the_rest_is_shown(self):

@@ -13,6 +13,11 @@ using Bytes = std::span<const uint8_t>;
 
 constexpr size_t kHeaderBytes = 10;
 enum TagFlag : uint8_t { kUnsynchronised = 0x80, kHasExtendedHeader = 0x40 };
+// What the second byte of a frame's flags says; each version has its own.
+struct FrameFlags {
+  uint8_t packed, grouped, unsynchronised, hasLength;  // packed: compressed or encrypted
+};
+constexpr FrameFlags kFlags3 = {0xC0, 0x20, 0, 0}, kFlags4 = {0x0C, 0x40, 0x02, 0x01};
 enum Encoding : uint8_t { kLatin1, kUTF16, kUTF16BE, kUTF8 };
 
 uint32_t number(Bytes bytes, int bits) {
@@ -32,7 +37,10 @@ std::vector<uint8_t> synchronised(Bytes bytes) {
 std::optional<std::string> textOf(Bytes bytes, uint8_t encoding) {
   if (encoding == kUTF8) return utf8Of(bytes, kBRStringEncodingUTF8);
   if (encoding == kUTF16BE) return utf8Of(bytes, kBRStringEncodingUTF16BE);
-  if (encoding == kUTF16) return bytes.empty() ? std::optional(std::string()) : utf8OrMarked(bytes);
+  if (encoding == kUTF16) {
+    const bool isMarked = bytes.size() >= 2 && bytes[0] >= 0xFE && bytes[1] >= 0xFE;
+    return isMarked ? utf8OrMarked(bytes) : utf8Of(bytes, kBRStringEncodingUTF16BE);
+  }
   if (encoding != kLatin1) return std::nullopt;
   std::string text;
   for (uint8_t byte : bytes) {
@@ -55,18 +63,32 @@ std::optional<std::string> takeText(Bytes& bytes, uint8_t encoding) {
   return text;
 }
 
-ID3Frame frameOf(PVFourCharCode id, Bytes data) {
-  ID3Frame frame{id, {}, std::nullopt, data};
+using Use = std::function<void(const ID3Frame&)>;
+
+// A text frame may have several texts.
+void useFrame(PVFourCharCode id, Bytes data, const Use& use) {
   const bool isComment = id == fourCC("COMM"), isNamed = isComment || id == fourCC("TXXX");
-  if ((!isComment && id >> 24 != 'T') || data.empty()) return frame;
-  const uint8_t encoding = data[0];
-  Bytes rest = data.subspan(1);
   constexpr size_t kLanguageBytes = 3;
-  if (isComment && rest.size() < kLanguageBytes) return frame;
-  if (isComment) rest = rest.subspan(kLanguageBytes);
-  if (isNamed) frame.name = takeText(rest, encoding).value_or("");
-  frame.text = takeText(rest, encoding);
-  return frame;
+  if ((!isComment && id >> 24 != 'T') || data.size() < (isComment ? 1 + kLanguageBytes : 1))
+    return use({id, {}, std::nullopt, data});
+  const uint8_t encoding = data[0];
+  Bytes rest = data.subspan(isComment ? 1 + kLanguageBytes : 1);
+  std::string name;
+  if (isNamed) name = takeText(rest, encoding).value_or("");
+  do {
+    auto text = takeText(rest, encoding);
+    use({id, name, std::move(text), data});
+  } while (!rest.empty() && !isComment);
+}
+
+// Takes off what the flags put before and into the data. What is compressed or encrypted is left as it is.
+void useFlagged(PVFourCharCode id, uint8_t flags, const FrameFlags& meaning, Bytes data, const Use& use) {
+  const size_t skipped = (flags & meaning.grouped ? 1 : 0) + (flags & meaning.hasLength ? 4 : 0);
+  if ((flags & meaning.packed) || skipped > data.size()) return use({id, {}, std::nullopt, data});
+  data = data.subspan(skipped);
+  if (!(flags & meaning.unsynchronised)) return useFrame(id, data, use);
+  const std::vector<uint8_t> own = synchronised(data);
+  useFrame(id, own, use);
 }
 
 }  // namespace
@@ -79,7 +101,7 @@ bool readID3Tag(Bytes tag, const std::function<void(const ID3Frame&)>& use) {
   if (size > tag.size() - kHeaderBytes) return false;
   std::vector<uint8_t> own;
   Bytes rest = tag.subspan(kHeaderBytes, size);
-  if (flags & kUnsynchronised) {
+  if ((flags & kUnsynchronised) && version == 3) {  // sizes count what version 4 has before this
     own = synchronised(rest);
     rest = own;
   }
@@ -92,9 +114,11 @@ bool readID3Tag(Bytes tag, const std::function<void(const ID3Frame&)>& use) {
   }
   while (rest.size() >= kHeaderBytes && rest[0] != 0) {
     const uint32_t id = number(rest, 8), length = number(rest.subspan(4), sizeBits);
+    const auto frameFlags = static_cast<uint8_t>(
+        rest[9] | (version == 4 && flags & kUnsynchronised ? kFlags4.unsynchronised : 0));
     rest = rest.subspan(kHeaderBytes);
     if (length > rest.size()) return false;
-    use(frameOf(id, rest.first(length)));
+    useFlagged(id, frameFlags, version == 3 ? kFlags3 : kFlags4, rest.first(length), use);
     rest = rest.subspan(length);
   }
   return true;

@@ -97,8 +97,7 @@ void MetadataItems::noteAtom(const Atom& atom, const KivAtomStream* stream, Atom
 
   int64_t length = 0;
   KivAtomStreamGetCurrentAtomTypeAndDataLength(stream, nullptr, &length);
-  const bool isValue = note == &MetadataItems::noteUserData || note == &MetadataItems::noteData;
-  const size_t most = isValue ? kMostValueBytes + kMostFieldBytes : kMostBytes;
+  const size_t most = note == &MetadataItems::noteData ? kMostValueBytes + kMostFieldBytes : kMostBytes;
   Place place{atom, walk, std::vector<uint8_t>(std::min(static_cast<size_t>(length), most)),
               static_cast<uint64_t>(length)};
   damages_ = &damages;
