@@ -30,12 +30,16 @@ Fields& putMatrix(Fields& fields) {
 class HeaderWriter {
  public:
   explicit HeaderWriter(const ElementaryVideo& video) : video_(video), tables_(places_) {
+    // Chunks so large that their table stays small; where they are does not matter.
+    constexpr size_t kChunk = 4096;
     OutputChunk chunk;
     chunk.description = 1;
     for (uint64_t i = 0; i < video.sampleCount(); ++i) {
-      chunk.samples = {video.sample(i)};
+      chunk.samples.push_back(video.sample(i));
+      mediaBytes_ += chunk.samples.back().size;
+      if (chunk.samples.size() < kChunk && i + 1 < video.sampleCount()) continue;
       tables_.add(chunk, 0);
-      mediaBytes_ += chunk.samples[0].size;
+      chunk.samples.clear();
     }
     tables_.finish();
   }
