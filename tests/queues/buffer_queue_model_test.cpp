@@ -1,7 +1,4 @@
 // Random use, beside a plain model that scans.
-#include <algorithm>
-#include <random>
-
 #include "tests/queues/frames.hpp"
 
 namespace {

@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "tests/queues/frames.hpp"
 
 namespace {

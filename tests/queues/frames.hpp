@@ -2,17 +2,11 @@
 #ifndef TESTS_QUEUES_FRAMES_HPP
 #define TESTS_QUEUES_FRAMES_HPP
 
-#include <gtest/gtest.h>
 #include <kiv/buffer_queue.h>
 #include <kiv/error.h>
 #include <pevrin/notification_center.h>
 
-#include <atomic>
-#include <bedra/literal.hpp>
-#include <bedra/object.hpp>
-#include <bedra/ref.hpp>
-#include <functional>
-#include <vector>
+#include "tests/support/test.hpp"
 
 namespace test {
 

@@ -1,14 +1,8 @@
 // What a memory pool does, over pages and a clock of the test's own.
-#include "queues/recycler.hpp"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <random>
-#include <vector>
+
+#include "queues/recycler.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 
@@ -150,21 +144,6 @@ TEST(RecyclerTest, FindsReusesAndReturnsWhatASearchOfAnArrayWould) {
     for (const auto& [address, size] : inUse) recycler.deallocate(address);
   }
   EXPECT_TRUE(system.mapped.empty());
-}
-
-TEST(RecyclerTest, ALongPassLeavesTheRestToLaterCalls) {
-  FakeSystem system;
-  Recycler recycler(system, kAgeOutNs);
-  std::vector<void*> blocks(40);
-  for (auto& block : blocks) block = recycler.allocate(1);
-  for (auto* block : blocks) recycler.deallocate(block);
-  system.now += kAgeOutNs;
-  system.unmapNs = 1'000'000;
-  for (const uint64_t left : {24u, 8u, 0u}) {
-    ASSERT_TRUE(recycler.allocate(kPage + 1));
-    EXPECT_EQ(recycler.statistics().blocksForReuse, left);
-  }
-  EXPECT_EQ(recycler.statistics().systemReleases, 40u);
 }
 
 TEST(RecyclerTest, RunningOutAtAnyRequestGivesNoBlockAndLosesNone) {

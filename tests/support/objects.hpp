@@ -2,15 +2,9 @@
 #ifndef TESTS_SUPPORT_OBJECTS_HPP
 #define TESTS_SUPPORT_OBJECTS_HPP
 
-#include <bedra/array.h>
-#include <bedra/data.h>
-#include <bedra/dictionary.h>
-#include <bedra/number.h>
-#include <gtest/gtest.h>
-
-#include <bedra/ref.hpp>
-#include <initializer_list>
 #include <span>
+
+#include "tests/support/test.hpp"
 
 namespace test {
 
