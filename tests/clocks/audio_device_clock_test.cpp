@@ -1,13 +1,9 @@
 // Where there is no service, and with the real one. The service is looked for once in a process: each case
 // has its own.
-#include <gtest/gtest.h>
 #include <pevrin/audio_device_clock.h>
-
-#include <bedra/literal.hpp>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <thread>
+
+#include "tests/support/test.hpp"
 
 namespace {
 

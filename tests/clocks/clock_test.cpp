@@ -1,30 +1,9 @@
 #include "clocks/clock.hpp"
-
-#include <bedra/string.h>
-#include <bedra/time.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <string>
-#include <vector>
-
 #include "tests/clocks/scripted_clock.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 
-using test::ClockScript;
-using test::kScriptedClock;
-using test::milliseconds;
-using test::nanoseconds;
-using test::ScriptedClock;
-using test::seconds;
-
-void expectTime(PVTime actual, PVTime expected) {
-  EXPECT_EQ(PVTimeCompare(actual, expected), 0)
-      << PVTimeGetSeconds(actual) << " instead of " << PVTimeGetSeconds(expected);
-}
+using namespace test;
 
 std::string debugDescription(PVClockRef clock) {
   const auto text = br::Ref<const BRString>::adopt(BRCopyDebugDescription(clock));
@@ -127,18 +106,18 @@ TEST(DerivedClockTest, IsOneBlockWithZeroedStorageAndLeavesNothingBehind) {
   kind.derivedStorageSizeBytes = 1000;
   kind.finalize = nullptr;
   ScriptedClock reference;
-  test::walkAllocationFailures([&](BRAllocatorRef allocator) {
+  walkAllocationFailures([&](BRAllocatorRef allocator) {
     br::Ref<PVClock> clock;
     const PVStatus status = KivDerivedClockCreateWithGetTimeCallback(allocator, &kind, reference.get(), true,
                                                                      clock.out(), kPVTimeZero);
-    if (status == kPVClockError_AllocationFailed) return test::Outcome::kOutOfMemory;
+    if (status == kPVClockError_AllocationFailed) return Outcome::kOutOfMemory;
     EXPECT_EQ(status, 0);
     const auto* storage = static_cast<const char*>(KivDerivedClockGetDerivedStorage(clock.get()));
     EXPECT_EQ(reinterpret_cast<uintptr_t>(storage) % 16, 0u);
     EXPECT_EQ(std::string(storage, 1000), std::string(1000, '\0'));
     EXPECT_EQ(BRGetRetainCount(reference.get()), 2u);
     EXPECT_NE(debugDescription(clock.get()).find("(may drift)"), std::string::npos);
-    return test::Outcome::kSucceeded;
+    return Outcome::kSucceeded;
   });
   EXPECT_EQ(BRGetRetainCount(reference.get()), 1u);
 }
@@ -172,8 +151,7 @@ TEST(DerivedClockTest, EndsOnceAndHasNoTimeAfterwards) {
 }
 
 TEST(DerivedClockTest, DriftIsForTheKindToSay) {
-  static const KivDerivedClockCallbacks silent = {1,       8,       0,       nullptr,
-                                                  nullptr, nullptr, nullptr, test::scriptedTime};
+  static const KivDerivedClockCallbacks silent = {1, 8, 0, nullptr, nullptr, nullptr, nullptr, scriptedTime};
   ScriptedClock a, b, other(nullptr, kPVTimeInvalid, silent), another(nullptr, kPVTimeInvalid, silent);
   EXPECT_FALSE(PVClockMightDrift(a.get(), b.get()));
   b.script.rate = 2.0;

@@ -1,8 +1,5 @@
 #include "clocks/device_timeline.hpp"
-
-#include <gtest/gtest.h>
-
-#include <random>
+#include "tests/support/test.hpp"
 
 namespace {
 

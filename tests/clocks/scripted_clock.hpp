@@ -3,17 +3,20 @@
 #ifndef TESTS_CLOCKS_SCRIPTED_CLOCK_HPP
 #define TESTS_CLOCKS_SCRIPTED_CLOCK_HPP
 
-#include <gtest/gtest.h>
 #include <kiv/clock.h>
 
-#include <bedra/ref.hpp>
-#include <functional>
+#include "tests/support/test.hpp"
 
 namespace test {
 
 inline PVTime seconds(int64_t value) { return PVTimeMake(value, 1); }
 inline PVTime milliseconds(int64_t value) { return PVTimeMake(value, 1000); }
 inline PVTime nanoseconds(int64_t value) { return PVTimeMake(value, 1000000000); }
+
+inline void expectTime(PVTime actual, PVTime expected) {
+  EXPECT_EQ(PVTimeCompare(actual, expected), 0)
+      << PVTimeGetSeconds(actual) << " instead of " << PVTimeGetSeconds(expected);
+}
 
 // What the clock's callbacks answer, and how often they were called.
 struct ClockScript {

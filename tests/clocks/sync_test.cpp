@@ -1,31 +1,16 @@
-#include <bedra/number.h>
-#include <gtest/gtest.h>
 #include <kiv/clock.h>
 #include <kiv/error.h>
 #include <kiv/sync.h>
-
-#include <atomic>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <random>
-#include <thread>
-#include <vector>
 
 #include "tests/clocks/scripted_clock.hpp"
 
 namespace {
 
-using test::ScriptedClock;
-using test::seconds;
+using namespace test;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr auto kToReference = kKivSyncDirection_ToReference, kFromReference = kKivSyncDirection_FromReference;
 
-void expectTime(PVTime actual, PVTime expected) {
-  EXPECT_EQ(PVTimeCompare(actual, expected), 0)
-      << PVTimeGetSeconds(actual) << " instead of " << PVTimeGetSeconds(expected);
-}
 bool isSame(const PVTime& a, const PVTime& b) {
   return a.value == b.value && a.timescale == b.timescale && a.flags == b.flags && a.epoch == b.epoch;
 }
@@ -113,7 +98,7 @@ TEST(SyncTransformTest, OfWhatIsNoNumberThereIsNoTransform) {
 TEST(SyncTransformTest, CombiningAppliesOneAfterTheOtherAndInvertingLeadsBack) {
   std::mt19937 random(4);
   auto draw = [&] {
-    auto time = [&] { return test::nanoseconds(static_cast<int64_t>(random() % 1000000) * 1024); };
+    auto time = [&] { return nanoseconds(static_cast<int64_t>(random() % 1000000) * 1024); };
     return PVSyncTransform{time(), std::ldexp(1.0, static_cast<int>(random() % 7) - 3), time()};
   };
   for (int i = 0; i < 1000; ++i) {
@@ -162,7 +147,7 @@ TEST(ClockTransformTest, LeadsBothWaysAtTheRateThatTheSourceSays) {
     expectTime(transform.fromAnchor, seconds(5));
     expectTime(transform.toAnchor, seconds(100));
   }
-  KivDerivedClockCallbacks silent = test::kScriptedClock;
+  KivDerivedClockCallbacks silent = kScriptedClock;
   silent.getRate = nullptr;
   ScriptedClock rateless(PVClockGetHostTimeClock(), kPVTimeInvalid, silent);
   PVSyncTransform transform;
@@ -284,8 +269,7 @@ TEST(SyncTest, FailsWithTheReasonOfTheSideThatLeadsNowhere) {
 
 TEST(ClockThreadsTest, ReadersBesideDiscontinuitiesAndTheEnd) {
   for (int round = 0; round < 20; ++round) {
-    ScriptedClock lower(PVClockGetHostTimeClock(), test::nanoseconds(1000)),
-        upper(lower.get(), test::seconds(1));
+    ScriptedClock lower(PVClockGetHostTimeClock(), nanoseconds(1000)), upper(lower.get(), seconds(1));
     lower.script.time = upper.script.time = seconds(3);
     std::vector<std::thread> threads;
     std::atomic<int> good{0};

@@ -4,12 +4,6 @@
 //
 // All times are whole nanoseconds, and rates are halves, so nothing is ever rounded: a round ends when a time
 // would fall between two nanoseconds. Steps of the clocks are large powers of two, which keeps that far off.
-#include <bedra/run_loop.h>
-#include <cmath>
-#include <cstdlib>
-#include <memory>
-#include <random>
-
 #include "tests/clocks/timebase_support.hpp"
 
 namespace {

@@ -2,13 +2,8 @@
 #ifndef TESTS_CLOCKS_TIMEBASE_SUPPORT_HPP
 #define TESTS_CLOCKS_TIMEBASE_SUPPORT_HPP
 
-#include <gtest/gtest.h>
 #include <kiv/timebase.h>
 #include <pevrin/notification_center.h>
-#include <bedra/ref.hpp>
-
-#include <string>
-#include <vector>
 
 #include "tests/clocks/scripted_clock.hpp"
 

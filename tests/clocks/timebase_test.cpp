@@ -1,12 +1,5 @@
-#include <bedra/string.h>
-#include <bedra/literal.hpp>
-#include <cmath>
-#include <random>
-#include <thread>
-
 #include "clocks/ns_line.hpp"
 #include "tests/clocks/timebase_support.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 
@@ -52,7 +45,8 @@ TEST(Timebase, ReferencesAreBalanced) {
   EXPECT_EQ(BRGetRetainCount(static_cast<PVClockRef>(clock)), before);
 }
 
-TEST(Timebase, SaysWhatChangesAndNothingElse) {
+// What each change posts is compared with the model's; beside it stand changes that the model does not make.
+TEST(Timebase, SaysOfAChangeOfClockOrRateThatItIsOne) {
   FakeClock clock;
   const Timebase timebase = onClock(clock);
   PVTimebaseRef t = timebase.get();
@@ -63,20 +57,8 @@ TEST(Timebase, SaysWhatChangesAndNothingElse) {
     clock.advance(kSecond);
     return recorder.takeText();
   };
-  EXPECT_EQ(after(PVTimebaseSetTime(t, kPVTimeZero)), "");
-  EXPECT_EQ(after(PVTimebaseSetTime(t, PVTimeMake(10, 2))), "J");
-  EXPECT_EQ(after(PVTimebaseSetAnchorTime(t, seconds(5), seconds(77))), "");
-  EXPECT_EQ(after(PVTimebaseSetRate(t, 0.0)), "");
-  EXPECT_EQ(after(PVTimebaseSetRate(t, 1.0)), "R");
-  EXPECT_EQ(after(PVTimebaseSetTime(t, PVTimebaseGetTime(t))), "J");
-  EXPECT_EQ(after(PVTimebaseSetRate(t, 2.0)), "R");
-  EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTime(t, 1.0, seconds(1), seconds(2))), "RJ");
-  EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTime(t, 1.0, seconds(1), seconds(2))), "J");
-  EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTimeWithFlags(t, 1, 1.0, seconds(9), seconds(2))), "");
-  EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTimeWithFlags(t, 1, 0.0, seconds(9), seconds(2))), "R");
-  EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTime(t, 0.0, seconds(9), seconds(2))), "");
-  EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTime(t, 0.0, seconds(9), seconds(3))), "J");
   EXPECT_EQ(after(PVTimebaseSetRateAndAnchorTime(t, -1.0, kPVTimeInvalid, kPVTimeInvalid)), "R");
+  EXPECT_EQ(after(PVTimebaseSetTime(t, PVTimeMake(10, 2))), "J");
   EXPECT_EQ(after(PVTimebaseSetMasterClock(t, clock)), "WD");
   EXPECT_EQ(after(PVTimebaseSetMasterClock(t, PVClockGetHostTimeClock())), "WD");
 }
@@ -227,18 +209,12 @@ TEST(Timebase, ArgumentsAreChecked) {
   EXPECT_EQ(PVTimebaseGetRate(timebase.get()), 0.0);
 }
 
-TEST(Timebase, NobodyFollowsItself) {
+// A circle that a listener of MasterWillChange closes is found, too; what began is ended.
+TEST(Timebase, NobodyFollowsItselfThroughAListener) {
   FakeClock clock;
-  const Timebase top = onClock(clock), low = onTimebase(top.get()), view = viewOf(low.get());
+  const Timebase top = onClock(clock), low = onTimebase(top.get()), other = onClock(clock);
   Recorder recorder;
   recorder.listenTo(top.get());
-  EXPECT_EQ(PVTimebaseSetMasterTimebase(top.get(), top.get()), -12749);
-  EXPECT_EQ(PVTimebaseSetMasterTimebase(top.get(), view.get()), -12749);
-  EXPECT_EQ(recorder.takeText(), "");
-  const Timebase viewOfView = viewOf(view.get());
-  EXPECT_EQ(KivReadOnlyTimebaseSetTargetTimebase(view.get(), viewOfView.get()), -12749);
-  // A circle that a listener of MasterWillChange closes is found, too; what began is ended.
-  const Timebase other = onClock(clock);
   recorder.listenTo(other.get());
   recorder.context = top.get();
   recorder.onEvent = [](void* context, const Event& event) {
@@ -282,29 +258,14 @@ TEST(TimebaseView, PassesOnWhatItsTargetPostsAndWhatOthersPostForIt) {
   EXPECT_EQ(recorder.take(), expected);
 }
 
-TEST(TimebaseView, ANewTargetMakesTimeJumpUnlessBothGoTogether) {
-  FakeClock clock, otherClock;
-  clock.set(20 * kSecond);
-  const Timebase a = onClock(clock), b = onClock(clock), c = onClock(clock), d = onClock(otherClock);
-  PVTimebaseSetRateAndAnchorTime(a.get(), 2.0, seconds(10), seconds(3));
-  PVTimebaseSetRateAndAnchorTime(b.get(), 2.0, seconds(14), seconds(5));  // on the same line
-  PVTimebaseSetRateAndAnchorTime(c.get(), 2.0, seconds(15), seconds(5));
-  PVTimebaseSetRateAndAnchorTime(d.get(), 1.0, seconds(45), seconds(0));  // stands where c stands
-  const Timebase view = viewOf(a.get());
+TEST(TimebaseView, ATargetWithoutATimeIsRefused) {
+  FakeClock clock;
+  const Timebase a = onClock(clock), b = onClock(clock), view = viewOf(a.get());
+  PVTimebaseSetTime(a.get(), seconds(45));
+  PVTimebaseSetAnchorTime(b.get(), kPVTimeIndefinite, kPVTimeZero);
   Recorder recorder;
   recorder.listenTo(view.get());
-  struct {
-    PVTimebaseRef target;
-    const char* events;
-  } const cases[] = {{a.get(), "WD"}, {b.get(), "WD"}, {c.get(), "WDJ"}, {d.get(), "WDRJ"}};
-  for (const auto& step : cases) {
-    EXPECT_EQ(KivReadOnlyTimebaseSetTargetTimebase(view.get(), step.target), 0);
-    EXPECT_EQ(recorder.takeText(), step.events);
-  }
-  PVTimebaseSetTime(c.get(), kPVTimeZero);  // not looked at any more
-  EXPECT_EQ(recorder.takeText(), "");
-  PVTimebaseSetAnchorTime(a.get(), kPVTimeIndefinite, kPVTimeZero);
-  EXPECT_EQ(KivReadOnlyTimebaseSetTargetTimebase(view.get(), a.get()), kPVSyncError_InvalidParameter);
+  EXPECT_EQ(KivReadOnlyTimebaseSetTargetTimebase(view.get(), b.get()), kPVSyncError_InvalidParameter);
   EXPECT_EQ(recorder.takeText(), "WD");
   EXPECT_TRUE(areEqual(PVTimebaseGetTime(view.get()), seconds(45)));
 }
@@ -401,26 +362,18 @@ TEST(Timebase, DescribesItself) {
 TEST(Timebase, RunsOutOfMemoryAtEveryRequest) {
   FakeClock clock;
   const Timebase master = onClock(clock);
-  auto outcome = [](PVStatus status, PVTimebaseRef made) {
-    EXPECT_TRUE(status == 0 || status == -12750) << status;
-    EXPECT_EQ(made == nullptr, status != 0);
-    BRRelease(made);
-    return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
-  };
-  PVTimebaseRef made = nullptr;
-  walkAllocationFailures([&](BRAllocatorRef allocator) {
-    const PVStatus status = PVTimebaseCreateWithMasterClock(allocator, clock, &made);
-    return outcome(status, made);
-  });
-  walkAllocationFailures([&](BRAllocatorRef allocator) {
-    const PVStatus status = PVTimebaseCreateWithMasterTimebase(allocator, master.get(), &made);
-    return outcome(status, made);
-  });
-  walkAllocationFailures([&](BRAllocatorRef allocator) {
-    const PVStatus status =
-        PVTimebaseCreateReadOnlyTimebase(allocator, master.get(), nullptr, nullptr, &made);
-    return outcome(status, made);
-  });
+  for (const char kind : {'c', 't', 'v'})
+    walkAllocationFailures([&](BRAllocatorRef allocator) {
+      PVTimebaseRef made = nullptr;
+      const PVStatus status =
+          kind == 'c'   ? PVTimebaseCreateWithMasterClock(allocator, clock, &made)
+          : kind == 't' ? PVTimebaseCreateWithMasterTimebase(allocator, master.get(), &made)
+                        : PVTimebaseCreateReadOnlyTimebase(allocator, master.get(), nullptr, nullptr, &made);
+      EXPECT_TRUE(status == 0 || status == -12750) << status;
+      EXPECT_EQ(made == nullptr, status != 0);
+      BRRelease(made);
+      return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
+    });
 }
 
 }  // namespace

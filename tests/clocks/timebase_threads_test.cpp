@@ -1,12 +1,6 @@
-#include <bedra/run_loop.h>
-#include <bedra/timer_source.h>
-#include <bedra/work_queue.h>
 #include <array>
 #include <chrono>
-#include <functional>
 #include <mutex>
-#include <random>
-#include <thread>
 
 #include "tests/clocks/timebase_support.hpp"
 

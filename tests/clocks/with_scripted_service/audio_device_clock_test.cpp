@@ -1,17 +1,8 @@
-#include <gtest/gtest.h>
 #include <kiv/clock.h>
 #include <pevrin/audio_device_clock.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
-#include <cmath>
-#include <cstdlib>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "tests/clocks/with_scripted_service/scripted_sonvar.hpp"
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 
