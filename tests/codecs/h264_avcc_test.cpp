@@ -1,11 +1,7 @@
-#include <bedra/data.h>
-#include <gtest/gtest.h>
 #include <kiv/h264_bridge.h>
 
-#include <bedra/ref.hpp>
-
 #include "tests/codecs/h264_samples.hpp"
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

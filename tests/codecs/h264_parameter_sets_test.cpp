@@ -1,13 +1,10 @@
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/h264_bridge.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <functional>
-
 #include "tests/codecs/h264_samples.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

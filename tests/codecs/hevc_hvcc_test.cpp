@@ -1,14 +1,8 @@
-#include <bedra/data.h>
-#include <bedra/string.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/hevc_bridge.h>
 
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
 #include "tests/codecs/hevc_sets.hpp"
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

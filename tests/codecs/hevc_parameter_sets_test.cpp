@@ -1,13 +1,8 @@
-#include <bedra/data.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/hevc_bridge.h>
 
-#include <bedra/ref.hpp>
-#include <optional>
-
 #include "tests/codecs/hevc_sets.hpp"
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 
@@ -442,21 +437,6 @@ TEST(HEVCParameterSets, PictureParameterSets) {
   KivHEVCParsedPPS pps;
   for (const Bytes& unit : {hevcPPS(64, 0, false, false), hevcPPS(0, 16, false, false)})
     EXPECT_EQ(KivHEVCBridge_ParsePPS(unit.data(), unit.size(), &pps), kUnreadable);
-}
-
-TEST(HEVCParameterSets, EmulationPreventionBytesGo) {
-  EXPECT_EQ(KivHEVCBridge_CopyDataWithEmulationPreventionBytesRemoved(nullptr, nullptr), nullptr);
-  const Bytes escaped = fromHex("42 000003 03 0000 03 01 000003 00 000003");
-  const Bytes plain = fromHex("42 0000 03 0000 01 0000 00 0000");
-  const auto data = br::Ref<const BRData>::adopt(BRDataCreate(nullptr, escaped.data(), escaped.size()));
-  walkAllocationFailures([&](BRAllocatorRef allocator) {
-    const auto copy = br::Ref<const BRData>::adopt(
-        KivHEVCBridge_CopyDataWithEmulationPreventionBytesRemoved(allocator, data.get()));
-    if (!copy) return Outcome::kOutOfMemory;
-    const uint8_t* bytes = BRDataGetBytePtr(copy.get());
-    EXPECT_EQ(Bytes(bytes, bytes + BRDataGetLength(copy.get())), plain);
-    return Outcome::kSucceeded;
-  });
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
 #include <kiv/hevc_slice.h>
 
 #include "tests/codecs/hevc_sets.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 
