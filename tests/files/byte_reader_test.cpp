@@ -1,10 +1,6 @@
 #include "runtime/byte_reader.hpp"
-
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "runtime/byte_writer.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -3,12 +3,8 @@
 #include <kiv/error.h>
 #include <sys/stat.h>
 
-#include <random>
-#include <thread>
-
 #include "tests/files/media_bytes.hpp"
 #include "tests/files/scripted_stream.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

@@ -1,14 +1,8 @@
 #include <kiv/gzip_stream.h>
-
 #include <array>
-#include <cstdio>
-#include <random>
-#include <thread>
-#include <vector>
 
 #include "tests/files/media_bytes.hpp"
 #include "tests/files/scripted_stream.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

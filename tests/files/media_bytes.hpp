@@ -3,15 +3,11 @@
 #define TESTS_FILES_MEDIA_BYTES_HPP
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <kiv/atom_stream.h>
 #include <kiv/byte_stream.h>
 #include <unistd.h>
 
-#include <bedra/ref.hpp>
-#include <cstdint>
-#include <string>
-#include <vector>
+#include "tests/support/test.hpp"
 
 namespace test {
 

@@ -2,13 +2,9 @@
 #ifndef TESTS_FILES_SCRIPTED_STREAM_HPP
 #define TESTS_FILES_SCRIPTED_STREAM_HPP
 
-#include <gtest/gtest.h>
 #include <kiv/byte_stream.h>
 
-#include <algorithm>
-#include <bedra/ref.hpp>
-#include <cstring>
-#include <string>
+#include "tests/support/test.hpp"
 
 namespace test {
 
