@@ -1,13 +1,5 @@
 // Audio format descriptions where there is no audio format service, and the search for it.
-#include <bedra/string.h>
-
-#include <bedra/literal.hpp>
-#include <cmath>
-#include <limits>
-#include <string>
-
 #include "tests/formats/audio_support.hpp"
-#include "tests/support/failing_allocator.hpp"
 #include "tests/support/objects.hpp"
 
 namespace {

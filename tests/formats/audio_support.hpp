@@ -2,15 +2,10 @@
 #ifndef TESTS_FORMATS_AUDIO_SUPPORT_HPP
 #define TESTS_FORMATS_AUDIO_SUPPORT_HPP
 
-#include <gtest/gtest.h>
 #include <kiv/audio_format_description.h>
 #include <kiv/error.h>
 
-#include <bedra/ref.hpp>
-#include <cstdlib>
-#include <cstring>
-#include <initializer_list>
-#include <vector>
+#include "tests/support/test.hpp"
 
 namespace test {
 

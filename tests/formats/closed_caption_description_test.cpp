@@ -1,26 +1,14 @@
-#include <bedra/array.h>
-#include <bedra/number.h>
 #include <kiv/sample_description.h>
 #include <pevrin/closed_caption_description.h>
 
-#include <bedra/literal.hpp>
-
 #include "runtime/four_char_code.hpp"
 #include "tests/formats/records.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 
 using namespace br::literals;
 using namespace pv::literals;
-using test::atom;
-using test::bigEndian;
-using test::bytesOf;
-using test::Description;
-using test::Outcome;
-using test::Record;
-using test::record;
-using test::textOf;
+using namespace test;
 
 PVStatus read(const std::string& bytes, Description& out, BRAllocatorRef allocator = nullptr) {
   return PVClosedCaptionFormatDescriptionCreateFromBigEndianClosedCaptionDescriptionData(
@@ -65,17 +53,14 @@ TEST(ClosedCaptionDescription, AtomsAreKept) {
 }
 
 TEST(ClosedCaptionDescription, EntriesThatAreNoAtomsAreNotWritten) {
-  const auto data = br::Ref<const BRData>::adopt(BRDataCreate(nullptr, "ab", 2));
-  const void* one = data.get();
-  const auto array = br::Ref<const BRArray>::adopt(BRArrayCreate(nullptr, &one, 1, &kBRTypeArrayCallBacks));
-  const void* keys[] = {"goodness"_br, "numb"_br, "arry"_br, "abc"_br};
-  const void* values[] = {data.get(), kBRBooleanTrue, array.get(), data.get()};
-  const auto atoms = br::Ref<const BRDictionary>::adopt(BRDictionaryCreate(
-      nullptr, keys, values, 4, &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
-  const void* key = kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms;
-  const void* value = atoms.get();
-  const auto extensions = br::Ref<const BRDictionary>::adopt(BRDictionaryCreate(
-      nullptr, &key, &value, 1, &kBRTypeDictionaryKeyCallBacks, &kBRTypeDictionaryValueCallBacks));
+  const uint8_t bytes[] = {'a', 'b'};
+  const Data data = dataOf(bytes);
+  const Dictionary atoms = dictionary({{"goodness"_br, data.get()},
+                                       {"numb"_br, kBRBooleanTrue},
+                                       {"arry"_br, array({data.get()}).get()},
+                                       {"abc"_br, data.get()}});
+  const Dictionary extensions =
+      dictionary({{kPVFormatDescriptionExtension_SampleDescriptionExtensionAtoms, atoms.get()}});
   Description description;
   ASSERT_EQ(PVFormatDescriptionCreate(nullptr, kPVMediaType_ClosedCaption, "c608"_4cc, extensions.get(),
                                       description.out()),

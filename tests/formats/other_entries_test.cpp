@@ -1,16 +1,12 @@
 // Media types whose entry somebody else registered first, with no storage: in a process of their own.
-#include <gtest/gtest.h>
 #include <kiv/audio_format_description.h>
 #include <kiv/sample_description.h>
 #include <kiv/video_format_description.h>
 #include <pevrin/sound_description.h>
 #include <pevrin/timecode_format_description.h>
 
-#include <bedra/ref.hpp>
-#include <cstdio>
-#include <cstdlib>
-
 #include "runtime/four_char_code.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,16 +1,12 @@
 #include <kiv/error.h>
 #include <kiv/sample_description.h>
 
-#include <algorithm>
-
 #include "runtime/byte_reader.hpp"
 #include "tests/formats/records.hpp"
 
 namespace {
 
-using test::bigEndian;
-using test::bytesOf;
-using test::record;
+using namespace test;
 
 using Swap = PVStatus (*)(uint8_t*, size_t);
 

@@ -2,16 +2,11 @@
 #ifndef TESTS_FORMATS_RECORDS_HPP
 #define TESTS_FORMATS_RECORDS_HPP
 
-#include <bedra/data.h>
-#include <bedra/dictionary.h>
-#include <gtest/gtest.h>
 #include <pevrin/block_buffer.h>
 #include <pevrin/format_description.h>
 
-#include <bedra/ref.hpp>
-#include <string>
-
 #include "tests/files/media_bytes.hpp"
+#include "tests/support/objects.hpp"
 
 namespace test {
 
@@ -55,6 +50,27 @@ inline Record inTwoPieces(std::string& text) {
     EXPECT_EQ(PVBlockBufferReplaceDataBytes(text.data() + offset, buffer.get(), offset, length), 0);
   }
   return buffer;
+}
+
+// Calls with every cut of a record, its size made honest.
+template <class Read>
+void forEveryCut(const std::string& whole, Read read) {
+  for (size_t length = 0; length < whole.size(); ++length) {
+    std::string cut = whole.substr(0, length);
+    if (length >= 4) cut.replace(0, 4, bigEndian(length, 4));
+    cut.shrink_to_fit();
+    read(cut, length);
+  }
+}
+
+// Reads a record with an allocator that fails one request after the other. Returns their number.
+template <class Action>
+int walkReadFailures(Action action) {
+  return walkAllocationFailures([&](BRAllocatorRef allocator) {
+    const PVStatus status = action(allocator);
+    EXPECT_TRUE(status == 0 || status == -12711 || status == -12713) << status;
+    return status == 0 ? Outcome::kSucceeded : Outcome::kOutOfMemory;
+  });
 }
 
 }  // namespace test

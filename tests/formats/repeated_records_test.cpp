@@ -3,12 +3,10 @@
 #include <pevrin/sound_description.h>
 
 #include "tests/formats/records.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 
-using test::atom;
-using test::bigEndian;
+using namespace test;
 
 // Each record is read in the ISO flavour, and written as it was and anew as a movie's.
 template <class Read, class Write>

@@ -1,35 +1,17 @@
-#include <bedra/array.h>
-#include <bedra/data.h>
-#include <bedra/dictionary.h>
-#include <bedra/number.h>
-#include <bedra/set.h>
-#include <bedra/string.h>
-#include <gtest/gtest.h>
 #include <imlay/encoded_image_buffer.h>
 #include <imlay/image_buffer_keys.h>
 #include <imlay/pixel_buffer.h>
 #include <kiv/error.h>
 #include <kiv/video_format_description.h>
 
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-#include <cmath>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "runtime/four_char_code.hpp"
-#include "tests/support/failing_allocator.hpp"
 #include "tests/support/objects.hpp"
 
 namespace {
 
 using namespace br::literals;
 using namespace pv::literals;
-using test::Dictionary;
-using test::dictionary;
-using test::number;
-using test::Outcome;
+using namespace test;
 using Description = br::Ref<PVFormatDescription>;
 using Picture = br::Ref<IMImageBuffer>;
 

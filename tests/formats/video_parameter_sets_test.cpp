@@ -1,33 +1,17 @@
-#include <bedra/string.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/h264_bridge.h>
 #include <kiv/hevc_bridge.h>
 #include <kiv/video_format_description.h>
 
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-#include <string>
-#include <vector>
-
 #include "runtime/four_char_code.hpp"
 #include "tests/codecs/bit_writer.hpp"
-#include "tests/support/failing_allocator.hpp"
 #include "tests/support/objects.hpp"
 
 namespace {
 
 using namespace br::literals;
 using namespace pv::literals;
-using test::array;
-using test::BitWriter;
-using test::Bytes;
-using test::Data;
-using test::dataOf;
-using test::Dictionary;
-using test::dictionary;
-using test::number;
-using test::Outcome;
+using namespace test;
 using Description = br::Ref<PVFormatDescription>;
 
 // x264, 720 x 480, High, from: ffmpeg -vf setsar=4/3 -x264-params

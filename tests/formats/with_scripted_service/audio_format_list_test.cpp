@@ -1,13 +1,6 @@
 // What audio format descriptions make of the answers, and of the failures, of the audio format service.
-#include <bedra/string.h>
-
-#include <bedra/literal.hpp>
-#include <string>
-#include <thread>
-
 #include "tests/formats/audio_support.hpp"
 #include "tests/formats/with_scripted_service/scripted_tonvik.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

@@ -1,8 +1,4 @@
 // Audio format descriptions with the audio format service of this tree.
-#include <bedra/string.h>
-
-#include <string>
-
 #include "tests/formats/audio_support.hpp"
 
 namespace {
