@@ -1,13 +1,4 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/literal.hpp>
-#include <bedra/object.hpp>
-#include <bedra/ref.hpp>
-
-#include <random>
-#include <vector>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,13 +1,5 @@
 // Data: the three ways to hold bytes, their equality, growth, and who gives the bytes back.
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/ref.hpp>
-
-#include <cstring>
-#include <random>
-#include <string>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,16 +1,9 @@
 // The log: lines, sinks that log or replace themselves, and sinks replaced under fire.
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <bedra/literal.hpp>
-
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <string>
-#include <thread>
-#include <vector>
+
+#include "tests/support/test.hpp"
 
 namespace {
 

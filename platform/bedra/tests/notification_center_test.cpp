@@ -1,13 +1,4 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/literal.hpp>
-
-#include <atomic>
-#include <functional>
-#include <latch>
-#include <string>
-#include <thread>
-#include <vector>
+#include "tests/support/test.hpp"
 
 namespace {
 
@@ -206,48 +197,53 @@ TEST(NotificationThreads, RemovedObserverIsNeverCalledAgain) {
   EXPECT_GT(calls, 0u);
 }
 
-TEST(NotificationThreads, RemovalWaitsForTheCallInProgressButNotForOtherListeners) {
-  int object = 0;
-  std::latch entered(1), release(1);
-  std::atomic<bool> returned{false};
-  Observer slow([&](BRStringRef, const void*) {
+// An observer whose call lasts until it is released.
+struct Slow {
+  void call() {
     entered.count_down();
     release.wait();
     returned = true;
-  });
+  }
+  // The action must not return before the call, which is released meanwhile.
+  void expectToWait(const std::function<void()>& action) {
+    EXPECT_FALSE(returned);
+    std::thread releaser([&] { release.count_down(); });
+    action();
+    EXPECT_TRUE(returned);
+    releaser.join();
+  }
+
+  std::latch entered{1}, release{1};
+  std::atomic<bool> returned{false};
+  Observer observer{[this](BRStringRef, const void*) { call(); }};
+};
+
+TEST(NotificationThreads, RemovalWaitsForTheCallInProgressButNotForOtherListeners) {
+  int object = 0;
+  Slow slow;
   Observer other([](BRStringRef, const void*) {});
-  slow.add("slow"_br, &object);
+  slow.observer.add("slow"_br, &object);
   other.add("slow"_br, &object);
   std::thread poster([&] { post("slow"_br, &object); });
-  entered.wait();
+  slow.entered.wait();
   other.remove("slow"_br, &object);  // not being called: does not wait
-  EXPECT_FALSE(returned);
-  std::thread releaser([&] { release.count_down(); });
-  slow.remove("slow"_br, &object);
-  EXPECT_TRUE(returned);
-  releaser.join();
+  slow.expectToWait([&] { slow.observer.remove("slow"_br, &object); });
   poster.join();
 }
 
 TEST(NotificationThreads, RemovalInsideACallbackDoesNotWait) {
   int object = 0;
-  std::latch entered(1), release(1);
-  std::atomic<bool> returned{false};
-  Observer slow([&](BRStringRef, const void*) {
-    entered.count_down();
-    release.wait();
-    returned = true;
-  });
+  Slow slow;
   Observer remover([&](BRStringRef, const void*) {
-    slow.remove("slow"_br, &object);
-    EXPECT_FALSE(returned);
+    slow.observer.remove("slow"_br, &object);
+    EXPECT_FALSE(slow.returned);
   });
-  slow.add("slow"_br, &object);
+  slow.observer.add("slow"_br, &object);
   remover.add("remove"_br, &object);
   std::thread poster([&] { post("slow"_br, &object); });
-  entered.wait();
+  slow.entered.wait();
   post("remove"_br, &object);
-  release.count_down();
+  slow.release.count_down();
   poster.join();
 }
 
@@ -256,29 +252,24 @@ TEST(NotificationThreads, RemovalAndWaitSeeDeeplyNestedDeliveries) {
   for (const bool removes : {true, false}) {
     int objects[12];
     size_t depth = 0;
-    std::latch entered(1), release(1);
-    std::atomic<bool> returned{false};
+    Slow slow;
     Observer nested([&](BRStringRef, const void*) {
-      if (++depth < std::size(objects)) {
+      if (++depth < std::size(objects))
         post("nest"_br, &objects[depth]);
-      } else {
-        entered.count_down();
-        release.wait();
-        returned = true;
-      }
+      else
+        slow.call();
     });
     for (auto& object : objects) nested.add("nest"_br, &object);
     std::thread poster([&] { post("nest"_br, &objects[0]); });
-    entered.wait();
+    slow.entered.wait();
     Observer changes([](BRStringRef, const void*) {});
     changes.add("nest"_br, nullptr);
-    std::thread releaser([&] { release.count_down(); });
-    if (removes)
-      nested.remove("nest"_br, &objects[std::size(objects) - 1]);
-    else
-      BRNotificationCenterWaitForDeliveries(center(), &objects[std::size(objects) - 2]);
-    EXPECT_TRUE(returned);
-    releaser.join();
+    slow.expectToWait([&] {
+      if (removes)
+        nested.remove("nest"_br, &objects[std::size(objects) - 1]);
+      else
+        BRNotificationCenterWaitForDeliveries(center(), &objects[std::size(objects) - 2]);
+    });
     poster.join();
   }
 }
@@ -307,26 +298,13 @@ TEST(NotificationThreads, CallbacksThatRemoveEachOtherDoNotWait) {
 }
 
 TEST(NotificationThreads, WaitCoversDeliveriesInProgressAndPassesMutualWaits) {
-  int object = 0;
-  std::latch entered(1), release(1);
-  std::atomic<int> finished{0};
-  Observer observer([&](BRStringRef name, const void*) {
-    if (BREqual(name, "slow"_br)) {
-      entered.count_down();
-      release.wait();
-      ++finished;
-    }
-  });
-  observer.add(nullptr, &object);
+  int object = 0, unrelated = 0;
+  Slow slow;
+  slow.observer.add("slow"_br, &object);
   std::thread poster([&] { post("slow"_br, &object); });
-  entered.wait();
-  int unrelated = 0;
+  slow.entered.wait();
   BRNotificationCenterWaitForDeliveries(center(), &unrelated);
-  EXPECT_EQ(finished, 0);
-  std::thread releaser([&] { release.count_down(); });
-  BRNotificationCenterWaitForDeliveries(center(), &object);
-  EXPECT_EQ(finished, 1);
-  releaser.join();
+  slow.expectToWait([&] { BRNotificationCenterWaitForDeliveries(center(), &object); });
   poster.join();
 
   for (int round = 0; round < 50; ++round) {

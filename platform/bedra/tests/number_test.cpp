@@ -1,15 +1,7 @@
 // Numbers: conversion, order, equality and hash over values near every limit; booleans and null.
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/ref.hpp>
-
 #include <cfloat>
-#include <cmath>
-#include <limits>
-#include <string>
-#include <vector>
 
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

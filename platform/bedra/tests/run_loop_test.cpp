@@ -1,22 +1,9 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cmath>
-#include <functional>
-#include <latch>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,12 +1,4 @@
-#include <bedra/bedra.h>
-#include <bedra/literal.hpp>
-#include <bedra/object.hpp>
-#include <bedra/ref.hpp>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
+#include "tests/support/test.hpp"
 
 namespace {
 

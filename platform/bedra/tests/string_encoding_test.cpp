@@ -1,12 +1,8 @@
 // Encodings: what is accepted, what is refused, and that both directions agree.
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
 #include <bit>
 #include <set>
-#include <string>
+
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,17 +1,11 @@
 // Formats: every conversion against the C library's, %@, malformed text and formats, the locale.
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
 #include <locale.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
 #include <cfloat>
 #include <climits>
-#include <cmath>
-#include <cstdio>
-#include <string>
+
+#include "tests/support/test.hpp"
 
 namespace {
 

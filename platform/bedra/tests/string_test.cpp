@@ -1,13 +1,5 @@
 // Strings: storage, copies, appending, order, percent escapes, and running out of memory everywhere.
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
-#include <string>
-#include <vector>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,9 +1,8 @@
 // Time: the epoch, and a host clock that runs with the system's.
-#include <bedra/time.h>
-#include <gtest/gtest.h>
 #include <time.h>
-
 #include <fstream>
+
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,12 +1,8 @@
 // The heap of timers against a sorted set, over random insertions and removals.
-#include "src/timer_heap.hpp"
-
-#include <gtest/gtest.h>
-
-#include <random>
 #include <set>
-#include <utility>
-#include <vector>
+
+#include "src/timer_heap.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

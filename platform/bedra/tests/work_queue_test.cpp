@@ -1,14 +1,4 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
-#include <bedra/ref.hpp>
-
-#include <atomic>
-#include <functional>
-#include <latch>
-#include <thread>
-#include <vector>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 
