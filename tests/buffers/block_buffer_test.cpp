@@ -1,21 +1,10 @@
-#include <bedra/string.h>
-#include <gtest/gtest.h>
 #include <kiv/block_buffer.h>
 #include <kiv/error.h>
 #include <pevrin/attachment.h>
 #include <pevrin/block_buffer.h>
 
-#include <atomic>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-#include <cstring>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "tests/support/block_buffer_model.hpp"
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

@@ -1,25 +1,7 @@
-#include <bedra/array.h>
-#include <bedra/dictionary.h>
-#include <bedra/number.h>
-#include <bedra/set.h>
-#include <bedra/string.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/format_description.h>
 
-#include <algorithm>
-#include <atomic>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "runtime/four_char_code.hpp"
-#include "tests/support/failing_allocator.hpp"
 #include "tests/support/objects.hpp"
 
 namespace {

@@ -1,18 +1,10 @@
-#include <bedra/dictionary.h>
-#include <gtest/gtest.h>
 #include <imlay/encoded_image_buffer.h>
 #include <imlay/pixel_buffer.h>
 #include <kiv/attachment.h>
 #include <kiv/error.h>
 #include <pevrin/block_buffer.h>
 
-#include <atomic>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-#include <thread>
-#include <vector>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

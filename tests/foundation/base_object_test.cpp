@@ -1,19 +1,9 @@
-#include <gtest/gtest.h>
 #include <kiv/base_object.h>
 #include <kiv/error.h>
 #include <pevrin/notification_center.h>
-
-#include <bedra/string.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 
@@ -308,7 +298,8 @@ TEST(ErrorCounterThreads, NoErrorIsLostWhenManySignal) {
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t)
     threads.emplace_back([] {
-      for (int i = 0; i < kErrors; ++i) EXPECT_EQ(KivSignalErrorAt(-12780 - i, nullptr, i, nullptr), -12780 - i);
+      for (int i = 0; i < kErrors; ++i)
+        EXPECT_EQ(KivSignalErrorAt(-12780 - i, nullptr, i, nullptr), -12780 - i);
     });
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(KivGetErrorCount() - before, uint64_t{kThreads} * kErrors);

@@ -1,13 +1,7 @@
 // Times as dictionaries and as text.
-#include <bedra/number.h>
 #include <imlay/buffer_time.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
-#include <string>
 
 #include "tests/foundation/time_support.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

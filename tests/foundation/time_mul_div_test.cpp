@@ -1,8 +1,5 @@
 // KivInt64MulDiv against 128-bit arithmetic and at its limits.
-#include <gtest/gtest.h>
 #include <kiv/math.h>
-
-#include <random>
 
 #include "tests/foundation/time_support.hpp"
 

@@ -1,7 +1,4 @@
 // Multiplication by an integer, a double and a ratio.
-#include <cmath>
-#include <limits>
-
 #include "tests/foundation/time_support.hpp"
 
 namespace {

@@ -1,12 +1,7 @@
 // Ranges and mappings.
 #include <pevrin/time_range.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
-
-#include <string>
 
 #include "tests/foundation/time_support.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 bool operator==(const PVTimeRange& a, const PVTimeRange& b) {
   return a.start == b.start && a.duration == b.duration;

@@ -2,12 +2,9 @@
 #ifndef TESTS_FOUNDATION_TIME_SUPPORT_HPP
 #define TESTS_FOUNDATION_TIME_SUPPORT_HPP
 
-#include <gtest/gtest.h>
 #include <pevrin/time.h>
 
-#include <cstdint>
-#include <ostream>
-#include <vector>
+#include "tests/support/test.hpp"
 
 inline bool operator==(const PVTime& a, const PVTime& b) {
   return a.value == b.value && a.timescale == b.timescale && a.flags == b.flags && a.epoch == b.epoch;

@@ -1,12 +1,4 @@
 // Making times, seconds and the order.
-#include <bedra/log.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <limits>
-#include <string>
-
 #include "tests/foundation/time_support.hpp"
 
 namespace {

@@ -1,16 +1,7 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/notification_center.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
 
-#include <functional>
-#include <latch>
-#include <string>
-#include <thread>
-
-#include "tests/support/failing_allocator.hpp"
+#include "tests/support/test.hpp"
 
 namespace {
 

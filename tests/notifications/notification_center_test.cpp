@@ -1,14 +1,7 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <pevrin/notification_center.h>
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
 
-#include <atomic>
-#include <functional>
-#include <latch>
-#include <thread>
+#include "tests/support/test.hpp"
 
 namespace {
 

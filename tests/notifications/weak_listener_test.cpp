@@ -1,17 +1,7 @@
-#include <bedra/bedra.h>
-#include <gtest/gtest.h>
 #include <kiv/error.h>
 #include <kiv/notification_center.h>
-#include <bedra/literal.hpp>
-#include <bedra/object.hpp>
-#include <bedra/ref.hpp>
 
-#include <atomic>
-#include <cstdlib>
-#include <functional>
-#include <latch>
-#include <thread>
-#include <vector>
+#include "tests/support/test.hpp"
 
 namespace {
 

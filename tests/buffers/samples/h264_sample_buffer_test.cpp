@@ -1,11 +1,7 @@
 // The slices of H.264 samples.
-#include <bedra/array.h>
-#include <bedra/dictionary.h>
 #include <kiv/bridge.h>
 #include <kiv/h264_sample_buffer.h>
 #include <pevrin/video_format_description.h>
-
-#include <bedra/literal.hpp>
 
 #include "tests/buffers/samples/samples.hpp"
 #include "tests/codecs/h264_samples.hpp"

@@ -1,11 +1,8 @@
 // Audio sample buffers: creation by packets, buffer lists, PCM copies, packet descriptions.
 #include <pevrin/sample_buffer_audio.h>
-
 #include <array>
-#include <cstring>
 
 #include "tests/buffers/samples/samples.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

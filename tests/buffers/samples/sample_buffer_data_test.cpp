@@ -1,15 +1,8 @@
 // Readiness, failure, tracking and invalidation of sample buffers.
-#include <bedra/dictionary.h>
-#include <bedra/number.h>
 #include <pevrin/attachment.h>
 #include <pevrin/notification_center.h>
 
-#include <functional>
-#include <memory>
-#include <string>
-
 #include "tests/buffers/samples/samples.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

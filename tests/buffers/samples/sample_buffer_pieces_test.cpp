@@ -1,12 +1,9 @@
 // Ranges of sample buffers, and walks over their samples.
-#include <bedra/dictionary.h>
-#include <bedra/number.h>
 #include <pevrin/attachment.h>
 #include <pevrin/sample_buffer_audio.h>
 #include <pevrin/sample_buffer_pieces.h>
 
 #include "tests/buffers/samples/samples.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

@@ -1,17 +1,11 @@
 // Creation, copies, times, sizes and the text of sample buffers.
-#include <bedra/dictionary.h>
-#include <bedra/number.h>
 #include <imlay/pixel_buffer.h>
 #include <kiv/error.h>
 #include <kiv/sample_buffer.h>
 #include <pevrin/attachment.h>
 #include <pevrin/video_format_description.h>
 
-#include <cstring>
-#include <string>
-
 #include "tests/buffers/samples/samples.hpp"
-#include "tests/support/failing_allocator.hpp"
 
 namespace {
 

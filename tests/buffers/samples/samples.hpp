@@ -2,18 +2,13 @@
 #ifndef TESTS_BUFFERS_SAMPLES_SAMPLES_HPP
 #define TESTS_BUFFERS_SAMPLES_SAMPLES_HPP
 
-#include <bedra/number.h>
-#include <gtest/gtest.h>
 #include <pevrin/attachment.h>
 #include <pevrin/audio_format_description.h>
 #include <pevrin/sample_buffer.h>
 #include <pevrin/sample_buffer_data.h>
-
-#include <bedra/literal.hpp>
-#include <bedra/ref.hpp>
 #include <numeric>
-#include <ostream>
-#include <vector>
+
+#include "tests/support/test.hpp"
 
 inline bool operator==(const PVTime& a, const PVTime& b) {
   return PVTimeCompare(a, b) == 0 && a.timescale == b.timescale;
