@@ -79,23 +79,32 @@ PVStatus copyExtensions(BRAllocatorRef allocator, const uint8_t* bytes, size_t s
   return *out ? 0 : pv::signalError(kPVFormatDescriptionError_AllocationFailed);
 }
 
-// The name's bytes and language, when the extensions have both; an empty reference when not. False when
-// Western Roman has no place for a character.
-bool copyNameBytes(BRAllocatorRef allocator, PVFormatDescriptionRef description,
-                   br::Ref<const BRData>* bytesOut, int16_t* languageOut) {
+// The name's bytes and language, when the extensions have both; an empty reference when not.
+PVStatus copyNameBytes(BRAllocatorRef allocator, PVFormatDescriptionRef description,
+                       br::Ref<BRData>* bytesOut, int16_t* languageOut) {
   BRTypeRef source =
       PVFormatDescriptionGetExtension(description, kPVTimeCodeFormatDescriptionExtension_SourceReferenceName);
-  if (!source || BRGetTypeID(source) != BRDictionaryGetTypeID()) return true;
+  if (!source || BRGetTypeID(source) != BRDictionaryGetTypeID()) return 0;
   auto* dictionary = static_cast<BRDictionaryRef>(source);
   BRTypeRef text = BRDictionaryGetValue(dictionary, kPVTimeCodeFormatDescriptionKey_Value);
   BRTypeRef language = BRDictionaryGetValue(dictionary, kPVTimeCodeFormatDescriptionKey_LangCode);
   if (!text || BRGetTypeID(text) != BRStringGetTypeID() || !language ||
       BRGetTypeID(language) != BRNumberGetTypeID())
-    return true;
+    return 0;
+  auto* name = static_cast<BRStringRef>(text);
+  // Western Roman has a byte for each character, and a terminator here
+  const size_t length = BRStringGetLengthUTF16(name);
+  if (length > UINT16_MAX) return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
+  auto bytes = br::Ref<BRData>::adopt(BRDataCreateMutable(allocator, length + 1));
+  if (!bytes || !BRDataSetLength(bytes.get(), length + 1))
+    return pv::signalError(kPVSampleDescriptionError_AllocationFailed);
+  if (!BRStringGetCString(name, reinterpret_cast<char*>(BRDataGetMutableBytePtr(bytes.get())), length + 1,
+                          kBRStringEncodingWesternRoman))
+    return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
+  BRDataSetLength(bytes.get(), length);
   BRNumberGetValue(static_cast<BRNumberRef>(language), kBRNumberTypeSInt16, languageOut);
-  *bytesOut = br::Ref<const BRData>::adopt(
-      BRStringCreateData(allocator, static_cast<BRStringRef>(text), kBRStringEncodingWesternRoman));
-  return *bytesOut && BRDataGetLength(bytesOut->get()) <= UINT16_MAX;
+  *bytesOut = std::move(bytes);
+  return 0;
 }
 
 void writeName(pv::ByteWriter& writer, BRDataRef bytes, int16_t language) {
@@ -161,10 +170,9 @@ PVStatus PVTimeCodeFormatDescriptionCopyAsBigEndianTimeCodeDescriptionBlockBuffe
     return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
   if (BRDataRef verbatim = verbatimOf(description, kPVFormatDescriptionExtension_VerbatimSampleDescription))
     return writeCopy(allocator, BRDataGetBytePtr(verbatim), BRDataGetLength(verbatim), recordOut);
-  br::Ref<const BRData> name;
+  br::Ref<BRData> name;
   int16_t language = 0;
-  if (!copyNameBytes(allocator, description, &name, &language))
-    return pv::signalError(kPVSampleDescriptionError_InvalidParameter);
+  if (PVStatus status = copyNameBytes(allocator, description, &name, &language)) return status;
 
   const Form* form = kForms;
   while (form->subType != PVFormatDescriptionGetMediaSubType(description)) ++form;

@@ -51,8 +51,7 @@ PV_EXPORT PVStatus PVTimeCodeFormatDescriptionCreate(BRAllocatorRef allocator, P
                                                      PVFormatDescriptionRef *descriptionOut);
 
 /* What a timecode description was made with. kPVTimeInvalid and 0, and kPVFormatDescriptionError_InvalidParameter
- * signalled, for NULL and
- * for a description of another media type. */
+ * signalled, for NULL and for a description of another media type. */
 PV_EXPORT PVTime PVTimeCodeFormatDescriptionGetFrameDuration(PVFormatDescriptionRef description);
 PV_EXPORT uint32_t PVTimeCodeFormatDescriptionGetFrameQuanta(PVFormatDescriptionRef description);
 PV_EXPORT uint32_t PVTimeCodeFormatDescriptionGetTimeCodeFlags(PVFormatDescriptionRef description);
@@ -77,8 +76,8 @@ PV_EXPORT PVStatus PVTimeCodeFormatDescriptionCreateFromBigEndianTimeCodeDescrip
  * 32 bits of the frame duration's value and the low 8 of the frame quanta, and a 'name' when the extensions have a
  * source reference name with a language that Western Roman can write.
  * kPVSampleDescriptionError_InvalidParameter: a null pointer, not a timecode description, a frame duration that is not
- * valid, frame quanta of 0, a name that Western Roman cannot write or of more than 65,535 bytes. A block buffer's
- * statuses when memory runs out. */
+ * valid, frame quanta of 0, a name that Western Roman cannot write or of more than 65,535 bytes.
+ * kPVSampleDescriptionError_AllocationFailed or a block buffer's statuses when memory runs out. */
 PV_EXPORT PVStatus PVTimeCodeFormatDescriptionCopyAsBigEndianTimeCodeDescriptionBlockBuffer(
     BRAllocatorRef allocator, PVFormatDescriptionRef description, BRStringRef flavor, PVBlockBufferRef *recordOut);
 
