@@ -8,6 +8,7 @@
 #include <bedra/ref.hpp>
 
 #include "runtime/error.hpp"
+#include "runtime/twin.hpp"
 
 using namespace br::literals;
 
@@ -79,6 +80,7 @@ bool pv::isTimeCodeFormatType(PVFourCharCode type) {
 PVStatus KivTimeCodeFormatDescriptionRegister(void) {
   return KivDerivedFormatDescriptionRegister(kPVMediaType_TimeCode, &kEntry);
 }
+PV_TWIN(KivTimeCodeFormatDescriptionRegisterOnce, KivTimeCodeFormatDescriptionRegister)
 
 PVStatus PVTimeCodeFormatDescriptionCreate(BRAllocatorRef allocator, PVFourCharCode timeCodeFormatType,
                                            PVTime frameDuration, uint32_t frameQuanta, uint32_t flags,

@@ -77,6 +77,7 @@ PV_EXPORT PVStatus KivGenericFormatDescriptionRegisterOnce(void);
 PV_EXPORT PVStatus KivMuxedFormatDescriptionRegister(void);
 PV_EXPORT PVStatus KivAudioFormatDescriptionRegister(void);
 PV_EXPORT PVStatus KivTimeCodeFormatDescriptionRegister(void);
+PV_EXPORT PVStatus KivTimeCodeFormatDescriptionRegisterOnce(void); /* another name of the one before */
 PV_EXPORT PVStatus KivVideoFormatDescriptionRegister(void);
 
 /* Adds a reference and returns the description. NULL is allowed and gives NULL. */
