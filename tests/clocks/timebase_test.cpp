@@ -224,6 +224,10 @@ TEST(Timebase, NobodyFollowsItselfThroughAListener) {
   };
   EXPECT_EQ(PVTimebaseSetMasterTimebase(other.get(), low.get()), -12749);
   EXPECT_EQ(recorder.takeText(), "WWDDD");  // the last as a follower of the other
+  const Timebase lastView = viewOf(other.get());
+  recorder.listenTo(lastView.get());
+  EXPECT_EQ(KivReadOnlyTimebaseSetTargetTimebase(lastView.get(), low.get()), -12749);
+  EXPECT_EQ(PVTimebaseGetMasterTimebase(top.get()), lastView.get());
 }
 
 TEST(TimebaseView, RefusesEveryWriteAndSaysSo) {
