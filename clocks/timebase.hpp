@@ -14,11 +14,10 @@
 //
 // Locks, in the order in which they are taken:
 //  1. topologyLock, one for the process: held while a master or target is replaced, so that two threads
-//  cannot close a
-//     circle together. `link`, `target`, `masterClock` and `masterTimebase` are written with this and the
-//     mutex held; either is enough to read them.
+//     cannot close a circle together. `link`, `target`, `masterClock` and `masterTimebase` are written with
+//     this and the mutex held; either is enough to read them.
 //  2. A timebase's mutex, the follower's before the master's. Reentrant. Guards everything below it in the
-//  struct.
+//     struct.
 //  3. The locks of clocks, timers, run loops and the notification center.
 // No notification is posted with a lock held, and nothing is released with a lock held that might be a last
 // reference: finalizers take locks of others, and run code of the program. Nothing but a barrier waits for

@@ -14,13 +14,11 @@
 
 // Takes the atoms of fragments in the order of the file. A run of samples begins
 // - in time: where its 'tfdt' says; without one, and for the runs after the first, where the run before it in
-// the track
-//   ended, in an earlier fragment or in the sample tables;
+//   the track ended, in an earlier fragment or in the sample tables;
 // - in the file: at its data offset, which may be negative, from the base of its 'traf'; without a data
-// offset, where
-//   the run before it in the 'traf' ended. The base is the one in 'tfhd', or the start of the 'moof' when
-//   'tfhd' says so; else the start of the 'moof' for its first 'traf' and the end of the data of the 'traf'
-//   before for the others.
+//   offset, where the run before it in the 'traf' ended. The base is the one in 'tfhd', or the start of the
+//   'moof' when 'tfhd' says so; else the start of the 'moof' for its first 'traf' and the end of the data of
+//   the 'traf' before for the others.
 class Fragments {
  public:
   explicit Fragments(int64_t fileSize) : fileSize_(fileSize) {}

@@ -9,11 +9,10 @@
 //
 // Invariants:
 //  - A frame that holds a snapshot has checked, after saying so, that the snapshot was still published. So a
-//  snapshot
-//    that was replaced and that no frame holds afterwards is read by nobody.
+//    snapshot that was replaced and that no frame holds afterwards is read by nobody.
 //  - A frame calls a listener only when it has checked, after naming it as current, that it was still
-//  registered. So a
-//    listener that was removed and that no frame names afterwards is not being called and will not be.
+//    registered. So a listener that was removed and that no frame names afterwards is not being called and
+//    will not be.
 // Both need the frame's store to be ordered before its check, and the other side's change before its look at
 // the frames. The other side is rare: it asks the kernel for a barrier on every running thread (membarrier),
 // so that a post gets by with a compiler barrier. Where the kernel refuses, both sides use a full fence.
