@@ -78,19 +78,25 @@ TIMED = {
     "text.mov": VIDEO + ["-i", "{subtitles.srt}"] + H264 + ["-map", "0:v", "-map", "1", "-c:s", "mov_text"],
 }
 
+# Fragments that begin before or after the samples before them end, by what is said of their durations.
+JUMPING = {
+    "jumping.mp4": BOTH + ["-movflags", "+empty_moov+default_base_moof+frag_every_frame"],
+}
+ENCODED = {**MADE, **TIMED, **JUMPING}
+
 
 def path_of(name):
     """The movie's path; it is made when it is not there yet."""
     os.makedirs(command.MEDIA, exist_ok=True)
     path = os.path.join(command.MEDIA, name)
     if not os.path.exists(path):
-        (encode if name in MADE or name in TIMED else bend)(name, path)
+        (encode if name in ENCODED else bend)(name, path)
     return path
 
 
 def encode(name, path):
     arguments = []
-    for argument in MADE.get(name) or TIMED[name]:
+    for argument in ENCODED[name]:
         if argument.startswith("{"):
             helper = os.path.join(command.MEDIA, argument[1:-1])
             with open(helper, "w", encoding="utf-8") as file:

@@ -113,6 +113,21 @@ class Remux(CommandTest):
     def test_movies_bent_by_hand(self):
         self.check_all({**media.BENT, **media.SPLICED})
 
+    def test_samples_keep_their_times_when_fragments_jump(self):
+        def times(path):
+            return [[sample["decode"] for sample in track["samples"]]
+                    for track in pevrin("inspect", "--samples", "--json", path).json["tracks"]]
+        source = media.path_of("jumping.mp4")
+        sound = samples_of(source)[1][3]
+        self.assertTrue(any(one["decode"]["value"] + one["duration"]["value"] != following["decode"]["value"]
+                            for one, following in zip(sound, sound[1:])))
+        with tempfile.TemporaryDirectory() as folder:
+            for way, options in OTHER_WAYS:
+                target = os.path.join(folder, way)
+                self.remux(source, target, *options)
+                self.assertEqual(times(target), times(source))
+                self.check_again(target, options)
+
     def test_tags_and_unknown_atoms_go_along(self):
         def tags(path):
             told = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "format_tags", "-of", "json", path],

@@ -26,12 +26,13 @@ bool Interleaver::next(OutputChunk& chunk) {
   chunk.track = static_cast<size_t>(first - tracks_.data());
   chunk.description = first->upcoming->description;
   chunk.samples.clear();
-  for (int64_t duration = 0; first->upcoming && first->upcoming->description == chunk.description &&
-                             duration * 2 < first->timescale;) {
-    duration += first->upcoming->duration;
+  // What a sample is said to last may not be how long after it the next one comes, and is not what is
+  // written.
+  const __int128 begin = first->upcoming->decode;
+  // Of samples that are all decoded at once a chunk would not end.
+  while (first->upcoming && first->upcoming->description == chunk.description &&
+         chunk.samples.size() < 4096 && (first->upcoming->decode - begin) * 2 < first->timescale) {
     chunk.samples.push_back(*first->upcoming);
-    // Of samples without a duration a chunk would not end.
-    if (chunk.samples.size() == 4096) duration = first->timescale;
     first->advance();
   }
   return true;
