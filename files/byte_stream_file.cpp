@@ -154,8 +154,11 @@ PVStatus append(KivByteStreamRef stream, const void* bytes, size_t length) {
   file.dropWindow();
   const PVStatus status = writeTo(file.descriptor.number, end, bytes, length);
   // what fitted of it is no use: the file shall end where it did, if the system lets it
-  if (status != 0) [[maybe_unused]]
-    const int ignored = ftruncate(file.descriptor.number, end);
+  if (status != 0) {
+    const int why = errno;
+    [[maybe_unused]] const int ignored = ftruncate(file.descriptor.number, end);
+    errno = why;
+  }
   return status;
 }
 

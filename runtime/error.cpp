@@ -4,6 +4,7 @@
 #include <bedra/log.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,8 +24,11 @@ bool errorsAreLogged() {
 
 PVStatus KivSignalErrorAt(PVStatus status, const char* file, int32_t line, const char* function) {
   errorCount.fetch_add(1, std::memory_order_relaxed);
-  if (errorsAreLogged())
+  if (errorsAreLogged()) {
+    const int why = errno;
     BRLog(kBRLogLevelError, "%s:%d %s: status %d", file ? file : "?", line, function ? function : "?", status);
+    errno = why;
+  }
   return status;
 }
 

@@ -44,7 +44,7 @@ enum {
   kKivByteStreamError_NotRegularFile = -12803, /* a folder, a pipe, a device: not a file with a length */
   kKivByteStreamError_OpenFailed = -12804,     /* the system refused for another reason */
   kKivByteStreamError_ReadFailed = -12805,     /* the system failed to read, or to tell the length */
-  kKivByteStreamError_WriteFailed = -12806,    /* the system failed to write: the disk is full, an I/O error */
+  kKivByteStreamError_WriteFailed = -12806,    /* the system failed to write, and errno says why: the disk is full */
   kKivByteStreamError_OutOfRange = -12807      /* a write outside the bytes that exist, or a length past 2^63 - 1 */
 };
 

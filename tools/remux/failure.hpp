@@ -2,8 +2,10 @@
 #pragma once
 
 #include <fmt/format.h>
-#include <pevrin/base.h>
+#include <kiv/byte_stream.h>
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 
@@ -12,5 +14,7 @@ struct RemuxFailure : std::runtime_error {
 };
 
 inline void check(PVStatus status, std::string_view what) {
+  if (status == kKivByteStreamError_WriteFailed)
+    throw RemuxFailure(fmt::format("{}: {}", what, std::strerror(errno)));
   if (status != kPVStatus_Success) throw RemuxFailure(fmt::format("{} (status {})", what, status));
 }
