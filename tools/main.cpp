@@ -153,7 +153,7 @@ Its pictures last equally long, by --rate or else by the rate that the stream te
 are shown in the order of their picture order counts. Parameter sets go into the sample
 description; when they change on the way, the samples keep theirs, too.
 
-OUT is written beside its place and put there when it is complete: until then, and
+OUT is written in its folder and put in its place when it is complete: until then, and
 after a failure, what was there before stays. IN and OUT may be the same file.
 
 Exit status: 0 OUT is there, 1 IN is damaged, 2 it could not be done.)";

@@ -2,6 +2,7 @@
 import json
 import os
 import random
+import resource
 import shutil
 import signal
 import subprocess
@@ -32,6 +33,14 @@ def samples_of(path):
                 sample.pop("offset", None)
         tracks.append((track["id"], track["handler"], track["timescale"], samples))
     return tracks
+
+
+def has_nameless_files(folder):
+    try:
+        os.close(os.open(folder, os.O_TMPFILE | os.O_RDWR))
+        return True
+    except OSError:
+        return False
 
 
 def is_fragmented(path):
@@ -171,6 +180,10 @@ class Remux(CommandTest):
                     result = pevrin("remux", *arguments)
                     self.assertEqual((result.status, result.stdout), (status, b""))
                     self.assertIn(message, result.stderr)
+            full = subprocess.run(
+                [command.PEVRIN, "remux", SAMPLE, old], restore_signals=False, capture_output=True, text=True,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (len(data) // 2, len(data) // 2)))
+            self.assertEqual((full.returncode, full.stderr), (2, f"pevrin: {old}: the output cannot be written: File too large\n"))
             with open(old, "rb") as file:
                 self.assertEqual(file.read(), b"old")
             self.assertEqual(sorted(os.listdir(folder)), ["damaged.mp4", "folder.mp4", "old.mp4"])
@@ -209,3 +222,5 @@ class Remux(CommandTest):
                 else:
                     killed += 1
                 self.assertIn(samples_of(target), (small, whole))
+            if has_nameless_files(folder):
+                self.assertEqual(sorted(os.listdir(folder)), ["large.mov", "target.mov", "whole.mov"])

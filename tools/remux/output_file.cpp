@@ -37,18 +37,38 @@ std::string resolved(const std::string& path) {
   return result;
 }
 
+// The name by which a file without one can be linked.
+std::string nameOf(int descriptor) { return fmt::format("/proc/self/fd/{}", descriptor); }
+
+// What the target's name begins with: its folder and a slash, or nothing.
+std::string folderOf(const std::string& target) { return target.substr(0, target.rfind('/') + 1); }
+
+// A file without a name in the target's folder; negative where the file system has none.
+int openNameless(const std::string& target) {
+  const std::string folder = folderOf(target) + ".";
+  const int descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (descriptor < 0 || access(nameOf(descriptor).c_str(), F_OK) == 0) return descriptor;
+  close(descriptor);
+  return -1;
+}
+
 }  // namespace
 
-OutputFile::OutputFile(const std::string& target) : target_(resolved(target)), path_(target_ + ".XXXXXX") {
+OutputFile::OutputFile(const std::string& target) : target_(resolved(target)) {
   const mode_t mode = modeFor(target_);
-  descriptor_ = mkostemp(path_.data(), O_CLOEXEC);
-  if (descriptor_ < 0) fail("the output cannot be made");
+  descriptor_ = openNameless(target_);
+  if (descriptor_ < 0) {
+    std::string path = target_ + ".XXXXXX";
+    descriptor_ = mkostemp(path.data(), O_CLOEXEC);
+    if (descriptor_ < 0) fail("the output cannot be made");
+    path_ = path;
+  }
   const PVStatus status = fchmod(descriptor_, mode) != 0
                               ? kKivByteStreamError_OpenFailed
                               : KivByteStreamCreateForFileDescriptor(
                                     nullptr, descriptor_, kKivByteStreamFile_Writable, stream_.out());
   if (status == kPVStatus_Success) return;
-  unlink(path_.c_str());
+  if (!path_.empty()) unlink(path_.c_str());
   close(descriptor_);
   check(status, "the output cannot be made");
 }
@@ -65,13 +85,19 @@ void OutputFile::append(PVBlockBufferRef bytes) {
     char* start = nullptr;
     check(PVBlockBufferGetDataPointer(bytes, offset, &length, nullptr, &start),
           "the output cannot be written");
-    if (KivByteStreamAppend(stream_.get(), start, length) != kPVStatus_Success)
-      fail("the output cannot be written");
+    check(KivByteStreamAppend(stream_.get(), start, length), "the output cannot be written");
   }
 }
 
 void OutputFile::commit() {
   if (fsync(descriptor_) != 0) fail("the output cannot be written");
+  for (int number = getpid(); path_.empty(); ++number) {
+    const std::string path = fmt::format("{}.pevrin.{}", folderOf(target_), number);
+    if (linkat(AT_FDCWD, nameOf(descriptor_).c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0)
+      path_ = path;
+    else if (errno != EEXIST)
+      fail("the output cannot be put in its place");
+  }
   if (std::rename(path_.c_str(), target_.c_str()) != 0) fail("the output cannot be put in its place");
   path_.clear();
 }

@@ -6,8 +6,9 @@
 #include <bedra/ref.hpp>
 #include <string>
 
-// Written beside the target under a name of its own, and renamed over it at the end: whatever happens before
-// leaves the target as it was.
+// Written in the target's folder without a name, so that a stop leaves nothing behind; linked beside the
+// target and renamed over it at the end. Where the file system has only files with names, written under one
+// of its own.
 class OutputFile {
  public:
   // Throws RemuxFailure.
@@ -23,7 +24,8 @@ class OutputFile {
   void commit();
 
  private:
-  std::string target_, path_;
+  std::string target_;
+  std::string path_;  // empty while there is no name
   int descriptor_ = -1;
   br::Ref<PVBaseObject> stream_;
 };
