@@ -155,3 +155,19 @@ class Metadata(CommandTest):
         many = atom("good", value(1, b"x")) * 5000
         items, errors = self.items(movie(full("meta", 0, HDLR["mdir"], atom("ilst", many))), 1)
         self.assertEqual((len(items), len(errors)), (4096, 1))
+
+    def test_a_long_name_is_none(self):
+        """Each of many items would have its own copy of it."""
+        for length, worth in ((1024, 2), (1025, 0)):
+            name = b"n" * length
+            keys = full("keys", 0, struct.pack(">I", 1), atom("mdta", name))
+            free = atom("----", full("mean", 0, name), value(1, b"a") * 2)
+            text = b"\3" + name + b"\0a\0b"
+            frame = b"TXXX" + struct.pack(">I", len(text)) + bytes(2) + text
+            tag = full("ID32", 0, b"\x15\xc7ID3\3\0\0", struct.pack(">I", len(frame) >> 7 << 8 | len(frame) & 127), frame)
+            for handler, parts in (("mdta", (keys, atom("ilst", atom("\0\0\0\1", value(1, b"a") * 2)))), ("mdir", (atom("ilst", free),)),
+                                   ("ID32", (tag,))):
+                told = pevrin("inspect", "--json", self.write(movie(full("meta", 0, HDLR[handler], *parts)))).json
+                named = [item for item in told["metadata"] if name.decode() in (item.get("name"), item["identifier"].removeprefix("mdta/"))]
+                self.assertEqual(len(named), worth, handler)
+                self.assertEqual(bool(told["errors"]), worth == 0 and handler != "ID32", handler)

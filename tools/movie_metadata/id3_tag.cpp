@@ -75,6 +75,7 @@ void useFrame(PVFourCharCode id, Bytes data, const Use& use) {
   Bytes rest = data.subspan(isComment ? 1 + kLanguageBytes : 1);
   std::string name;
   if (isNamed) name = takeText(rest, encoding).value_or("");
+  if (name.size() > kMostNameBytes) return use({id, {}, std::nullopt, data});
   do {
     auto text = takeText(rest, encoding);
     use({id, name, std::move(text), data});

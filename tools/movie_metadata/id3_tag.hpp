@@ -8,10 +8,11 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 struct ID3Frame {
   PVFourCharCode id;
-  std::string name;                 // of a 'TXXX' or 'COMM', which may come more than once
+  std::string_view name;            // of a 'TXXX' or 'COMM', which may come more than once
   std::optional<std::string> text;  // of text frames and comments, in UTF-8
   std::span<const uint8_t> data;    // of all others
 };

@@ -13,6 +13,9 @@
 #include <variant>
 #include <vector>
 
+// Of a name, or of a key that is one. Every item has its own copy, and much longer ones are no names.
+constexpr size_t kMostNameBytes = 1024;
+
 struct MetadataItem {
   std::optional<size_t> track;       // its index in the movie; none for the movie's own
   std::string identifier;            // as <pevrin/metadata.h> has it

@@ -183,8 +183,8 @@ void MetadataItems::noteKeys(const Place& place) {
     const size_t size = rest.size() < 8 ? 0 : number(rest, 0, 4);
     if (size < 8 || size > rest.size())
       return fail(place, fmt::format("{} of its keys are not there", count));
-    keys_.push_back(
-        {number(rest, 4, 4), std::string(reinterpret_cast<const char*>(rest.data()) + 8, size - 8)});
+    const std::string_view name(reinterpret_cast<const char*>(rest.data()) + 8, size - 8);
+    keys_.push_back(name.size() <= kMostNameBytes ? identifierOf(number(rest, 4, 4), name) : "");
     rest = rest.subspan(size);
   }
 }
@@ -196,9 +196,7 @@ void MetadataItems::beginItem(PVFourCharCode key) {
     identifier_ = identifierOf(kPVMetadataKeySpace_Lutara, key);
     return;
   }
-  identifier_.clear();
-  if (key >= 1 && key <= keys_.size())
-    identifier_ = identifierOf(keys_[key - 1].keySpace, keys_[key - 1].name);
+  identifier_ = key >= 1 && key <= keys_.size() ? keys_[key - 1] : "";
 }
 
 // Of items of type '----', which are told apart by them.
@@ -207,6 +205,7 @@ void MetadataItems::notePartOfItem(const Place& place) {
   if (place.data.size() < 4) return fail(place, "it is too short for version and flags");
   const auto text = utf8Of(Bytes(place.data).subspan(4), kBRStringEncodingUTF8);
   if (!text) return;
+  if (name_.size() + text->size() > kMostNameBytes) return fail(place, "with it the item's name is too long");
   if (!name_.empty()) name_ += ':';
   name_ += *text;
 }

@@ -25,10 +25,6 @@ class MetadataItems {
   const std::vector<MetadataItem>& items() const { return items_; }
 
  private:
-  struct Key {
-    PVFourCharCode keySpace;
-    std::string name;
-  };
   // An atom whose data are looked at: the first of them when there are very many.
   struct Place {
     const Atom& atom;
@@ -65,7 +61,7 @@ class MetadataItems {
 
   // Of the 'meta' that the walk is in.
   PVFourCharCode handler_ = 0;
-  std::vector<Key> keys_;
+  std::vector<std::string> keys_;  // as identifiers
   // Of the item in its 'ilst'.
   std::string identifier_, name_;
 };
