@@ -48,7 +48,8 @@ class Metadata(CommandTest):
         cases = [
             (1, "\u00e9t\u00e9".encode(), "UTF-8", "\u00e9t\u00e9"),
             (1, b"\xff", "UTF-8", "ff"),
-            (2, "\u2603".encode("utf-16-be"), "UTF-16", "\u2603"),
+            (2, "\u2603".encode("utf-16-be"), "UTF-16", "\u2603"), (2, b"\xff\xfea\0", "UTF-16", "a"), (2, b"\xfe\xff\0a", "UTF-16", "a"),
+            (4, b"Name, The", "UTF-8-sort", "Name, The"), (5, "\u2603".encode("utf-16-be"), "UTF-16-sort", "\u2603"),
             (0, b"\1\2", "raw-data", "0102"),
             (13, b"\xff\xd8", "JPEG", "ffd8"),
             (21, b"\xfe", "int8", -2), (21, b"\xff\xfe", "int16", -2), (21, b"\0\0\0\7", "int32", 7),
@@ -73,7 +74,7 @@ class Metadata(CommandTest):
     def test_user_data(self):
         texts = lambda *pairs: b"".join(struct.pack(">HH", len(text), language) + text for language, text in pairs)
         user = atom("udta",
-                    atom("\xa9nam", texts((0, b"\x8et\x8e"), (0x15C7, "\u2603".encode()), (0x55C4, "\ufeffa".encode("utf-16-be")))),
+                    atom("\xa9nam", texts((0, b"\x8et\x8e"), (0x7FFF, b"\x8e"), (0x15C7, "\u2603".encode()), (0x55C4, "\ufeffa".encode("utf-16-be")))),
                     atom("\xa9xyz", texts((0x55C4, b"+48.8+002.2/"))),
                     full("titl", 0, b"\x15\xc7", "\ufeffTitle\0".encode("utf-16-be")),
                     full("albm", 0, b"\x15\xc7", b"Album\0\x07"),
@@ -83,7 +84,7 @@ class Metadata(CommandTest):
         self.assertEqual(errors, [])
         utf8 = TYPE + "UTF-8"
         self.assertEqual([tuple(item.values()) for item in items], [
-            ("udta/%A9nam", utf8, "\u00e9t\u00e9"), ("udta/%A9nam", utf8, "\u2603"), ("udta/%A9nam", utf8, "a"),
+            ("udta/%A9nam", utf8, "\u00e9t\u00e9"), ("udta/%A9nam", utf8, "\u00e9"), ("udta/%A9nam", utf8, "\u2603"), ("udta/%A9nam", utf8, "a"),
             ("udta/%A9xyz", "xq.tavlo.location.ISO6709", "+48.8+002.2/"), ("uiso/titl", utf8, "Title"), ("uiso/albm", utf8, "Album"),
             ("uiso/yrrc", TYPE + "uint16", 2024), ("uiso/Xtra", TYPE + "raw-data", "0102")])
         shown = pevrin("inspect", self.write(movie(user))).stdout.decode()
@@ -128,8 +129,10 @@ class Metadata(CommandTest):
             self.assertEqual(errors, [])
             self.assertEqual([(item["identifier"], item["value"]) for item in items], [
                 ("id3/TIT2", "One"), ("id3/TIT2", "Two"), ("id3/TPE1", "0102"), ("id3/PRIV", "ff0062"), ("id3/TALB", "A")])
-            cut = movie(full("meta", 0, HDLR["ID32"], full("ID32", 0, b"\x15\xc7", tag[:30])))
-            self.assertIn("ID3 tag is damaged", self.items(cut, 1)[1][0]["message"])
+            extended = tag[:5] + b"\x40" + tag[6:10]
+            for broken in (tag[:30], extended + frames, extended + (b"\xff\xff\xff\xfcTIT2" if version == 3 else bytes(8)) + frames[8:]):
+                told = self.items(movie(full("meta", 0, HDLR["ID32"], full("ID32", 0, b"\x15\xc7", broken))), 1)[1]
+                self.assertIn("ID3 tag is damaged", told[0]["message"])
 
     def test_what_is_broken_is_told_and_the_rest_is_shown(self):
         good = atom("good", value(1, b"x"))

@@ -37,10 +37,7 @@ std::vector<uint8_t> synchronised(Bytes bytes) {
 std::optional<std::string> textOf(Bytes bytes, uint8_t encoding) {
   if (encoding == kUTF8) return utf8Of(bytes, kBRStringEncodingUTF8);
   if (encoding == kUTF16BE) return utf8Of(bytes, kBRStringEncodingUTF16BE);
-  if (encoding == kUTF16) {
-    const bool isMarked = bytes.size() >= 2 && bytes[0] >= 0xFE && bytes[1] >= 0xFE;
-    return isMarked ? utf8OrMarked(bytes) : utf8Of(bytes, kBRStringEncodingUTF16BE);
-  }
+  if (encoding == kUTF16) return utf16Of(bytes);
   if (encoding != kLatin1) return std::nullopt;
   std::string text;
   for (uint8_t byte : bytes) {
@@ -109,8 +106,8 @@ bool readID3Tag(Bytes tag, const std::function<void(const ID3Frame&)>& use) {
   const int sizeBits = version == 4 ? 7 : 8;
   if (flags & kHasExtendedHeader) {
     if (rest.size() < 4) return false;
-    const size_t length = number(rest, sizeBits) + (version == 4 ? 0u : 4u);
-    if (length > rest.size()) return false;
+    const size_t length = size_t{number(rest, sizeBits)} + (version == 4 ? 0 : 4);  // with the number itself
+    if (length < 4 || length > rest.size()) return false;
     rest = rest.subspan(length);
   }
   while (rest.size() >= kHeaderBytes && rest[0] != 0) {

@@ -6,7 +6,14 @@
 #include <pevrin/metadata_data_type.h>
 
 #include <algorithm>
+#include <bedra/literal.hpp>
 #include <bit>
+#include <initializer_list>
+
+using namespace br::literals;
+
+constinit const BRStringRef kUTF8SortDataType = "xq.metadata.datatype.UTF-8-sort"_br;
+constinit const BRStringRef kUTF16SortDataType = "xq.metadata.datatype.UTF-16-sort"_br;
 
 namespace {
 
@@ -70,16 +77,24 @@ std::string textOf(BRStringRef string) {
   return string ? std::string(BRStringGetUTF8(string), BRStringGetLengthBytes(string)) : std::string();
 }
 
+// With a byte order mark of UTF-16.
+bool isMarked(std::span<const uint8_t> bytes) {
+  return bytes.size() >= 2 && (bytes[0] ^ bytes[1]) == (0xFE ^ 0xFF) && std::max(bytes[0], bytes[1]) == 0xFF;
+}
+
 }  // namespace
 
 MetadataValue valueOf(const MetadataItem& item) {
   BRStringRef base = PVMetadataDataTypeRegistryGetBaseDataTypeForConformingDataType(item.dataType.get());
   if (!base || item.bytes.size() != item.length) return {};
+  const auto isOneOf = [base](std::initializer_list<BRStringRef> others) {
+    return std::ranges::any_of(others, [base](BRStringRef other) { return BREqual(base, other); });
+  };
   std::optional<std::string> text;
-  if (BREqual(base, kPVMetadataBaseDataType_UTF8) || BREqual(base, kPVMetadataBaseDataType_JSON))
+  if (isOneOf({kPVMetadataBaseDataType_UTF8, kUTF8SortDataType, kPVMetadataBaseDataType_JSON}))
     text = utf8Of(item.bytes, kBRStringEncodingUTF8);
-  else if (BREqual(base, kPVMetadataBaseDataType_UTF16))
-    text = utf8Of(item.bytes, kBRStringEncodingUTF16BE);
+  else if (isOneOf({kPVMetadataBaseDataType_UTF16, kUTF16SortDataType}))
+    text = utf16Of(item.bytes);
   if (text) return *text;
   const auto form =
       std::ranges::find_if(kNumbers, [&](const NumberForm& one) { return BREqual(base, *one.base); });
@@ -107,9 +122,11 @@ std::optional<std::string> utf8Of(std::span<const uint8_t> bytes, BRStringEncodi
   return string ? std::optional(textOf(string.get())) : std::nullopt;
 }
 
-std::optional<std::string> utf8OrMarked(std::span<const uint8_t> bytes) {
-  const bool isMarked =
-      bytes.size() >= 2 && (bytes[0] ^ bytes[1]) == (0xFE ^ 0xFF) && std::max(bytes[0], bytes[1]) == 0xFF;
-  if (!isMarked) return utf8Of(bytes, kBRStringEncodingUTF8);
+std::optional<std::string> utf16Of(std::span<const uint8_t> bytes) {
+  if (!isMarked(bytes)) return utf8Of(bytes, kBRStringEncodingUTF16BE);
   return utf8Of(bytes.subspan(2), bytes[0] == 0xFE ? kBRStringEncodingUTF16BE : kBRStringEncodingUTF16LE);
+}
+
+std::optional<std::string> utf8OrMarked(std::span<const uint8_t> bytes) {
+  return isMarked(bytes) ? utf16Of(bytes) : utf8Of(bytes, kBRStringEncodingUTF8);
 }

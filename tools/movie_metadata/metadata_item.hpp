@@ -25,6 +25,9 @@ struct MetadataItem {
   uint64_t length = 0;               // of the value
 };
 
+// Data types of the variants of a text that items are sorted by.
+extern const BRStringRef kUTF8SortDataType, kUTF16SortDataType;
+
 // What the bytes say by the base type of their data type: text, numbers, one or more, or only bytes
 // (monostate).
 using MetadataValue = std::variant<std::monostate, std::string, int64_t, uint64_t, std::vector<double>>;
@@ -36,5 +39,7 @@ std::string identifierOf(PVFourCharCode keySpace, std::string_view key);
 
 // Text in an encoding as UTF-8. Empty when it is none.
 std::optional<std::string> utf8Of(std::span<const uint8_t> bytes, BRStringEncoding encoding);
-// The same, in UTF-8 or after a byte order mark in UTF-16.
+// The same of UTF-16, big-endian unless a byte order mark says otherwise; and of UTF-8, unless there is such
+// a mark.
+std::optional<std::string> utf16Of(std::span<const uint8_t> bytes);
 std::optional<std::string> utf8OrMarked(std::span<const uint8_t> bytes);

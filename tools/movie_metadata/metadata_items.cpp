@@ -37,16 +37,28 @@ struct WellKnownType {
   const BRStringRef* dataType;
 };
 constexpr WellKnownType kWellKnownTypes[] = {
-    {1, &kPVMetadataBaseDataType_UTF8},           {2, &kPVMetadataBaseDataType_UTF16},
-    {12, &kPVMetadataBaseDataType_GIF},           {13, &kPVMetadataBaseDataType_JPEG},
-    {14, &kPVMetadataBaseDataType_PNG},           {23, &kPVMetadataBaseDataType_Float32},
-    {24, &kPVMetadataBaseDataType_Float64},       {27, &kPVMetadataBaseDataType_BMP},
-    {65, &kPVMetadataBaseDataType_SInt8},         {66, &kPVMetadataBaseDataType_SInt16},
-    {67, &kPVMetadataBaseDataType_SInt32},        {70, &kPVMetadataBaseDataType_PointF32},
-    {71, &kPVMetadataBaseDataType_DimensionsF32}, {72, &kPVMetadataBaseDataType_RectF32},
-    {74, &kPVMetadataBaseDataType_SInt64},        {75, &kPVMetadataBaseDataType_UInt8},
-    {76, &kPVMetadataBaseDataType_UInt16},        {77, &kPVMetadataBaseDataType_UInt32},
-    {78, &kPVMetadataBaseDataType_UInt64},        {79, &kPVMetadataBaseDataType_AffineTransformF64},
+    {1, &kPVMetadataBaseDataType_UTF8},
+    {2, &kPVMetadataBaseDataType_UTF16},
+    {4, &kUTF8SortDataType},
+    {5, &kUTF16SortDataType},
+    {12, &kPVMetadataBaseDataType_GIF},
+    {13, &kPVMetadataBaseDataType_JPEG},
+    {14, &kPVMetadataBaseDataType_PNG},
+    {23, &kPVMetadataBaseDataType_Float32},
+    {24, &kPVMetadataBaseDataType_Float64},
+    {27, &kPVMetadataBaseDataType_BMP},
+    {65, &kPVMetadataBaseDataType_SInt8},
+    {66, &kPVMetadataBaseDataType_SInt16},
+    {67, &kPVMetadataBaseDataType_SInt32},
+    {70, &kPVMetadataBaseDataType_PointF32},
+    {71, &kPVMetadataBaseDataType_DimensionsF32},
+    {72, &kPVMetadataBaseDataType_RectF32},
+    {74, &kPVMetadataBaseDataType_SInt64},
+    {75, &kPVMetadataBaseDataType_UInt8},
+    {76, &kPVMetadataBaseDataType_UInt16},
+    {77, &kPVMetadataBaseDataType_UInt32},
+    {78, &kPVMetadataBaseDataType_UInt64},
+    {79, &kPVMetadataBaseDataType_AffineTransformF64},
 };
 
 // Types 21 and 22 are integers as long as the value is.
@@ -135,17 +147,19 @@ void MetadataItems::noteUserData(const Place& place) {
       kPVMetadataBaseDataType_RawData, place.data, place.length);
 }
 
-// Texts with a length and a language each, one behind the other. Languages below 0x400 are numbers of the
-// older system, whose texts are in its own encodings; of these Western Roman is the one of most languages.
+// Texts with a length and a language each, one behind the other. Languages below 0x400, and that which is not
+// specified, are numbers of the older system, whose texts are in its own encodings; of these Western Roman is
+// the one of most languages.
 void MetadataItems::noteInternationalText(const Place& place) {
-  constexpr uint32_t kFirstPackedLanguage = 0x400;
+  constexpr uint32_t kFirstPackedLanguage = 0x400, kUnspecifiedLanguage = 0x7FFF;
   BRStringRef dataType =
       place.atom.type == kLocation ? "xq.tavlo.location.ISO6709"_br : kPVMetadataBaseDataType_UTF8;
   const std::string identifier = identifierOf(kPVMetadataKeySpace_TavloUserData, place.atom.type);
   Bytes rest = place.data;
   while (rest.size() >= 4) {
     const size_t length = number(rest, 0, 2);
-    const bool isPacked = number(rest, 2, 2) >= kFirstPackedLanguage;
+    const uint32_t language = number(rest, 2, 2);
+    const bool isPacked = language >= kFirstPackedLanguage && language != kUnspecifiedLanguage;
     rest = rest.subspan(4);
     if (length > rest.size()) return fail(place, "a text in it is longer than the atom");
     const Bytes bytes = rest.first(length);
