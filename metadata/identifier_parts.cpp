@@ -12,6 +12,12 @@ using pv::metadata::String;
 
 namespace {
 
+using Data = br::Ref<const BRData>;
+
+Data bytesOf(BRAllocatorRef allocator, BRStringRef string, BRStringEncoding encoding) {
+  return Data::adopt(BRStringCreateData(allocator, string, encoding));
+}
+
 // Both as they are written.
 struct Parts {
   String keySpace, key;  // no key in "anon"
@@ -46,17 +52,19 @@ PVStatus splitKeySpace(BRAllocatorRef allocator, BRStringRef identifier, String&
 PVStatus splitKey(BRAllocatorRef allocator, BRStringRef identifier, String& key, bool& hasFourBytes) {
   Parts parts;
   if (PVStatus status = split(identifier, parts)) return status;
-  if (!parts.key) return pv::signalError(kPVMetadataIdentifierError_BadKey);
   // However it is spelt here.
   const String given = pv::metadata::givenKeySpace(nullptr, parts.keySpace.get());
   const String written = given ? pv::metadata::writtenKeySpace(given.get()) : nullptr;
   if (!written) return pv::signalError(kPVMetadataIdentifierError_BadKeySpace);
+  if (BREqual(written.get(), "anon"_br)) return pv::signalError(kPVMetadataIdentifierError_BadKey);
   hasFourBytes = pv::metadata::hasFourByteKeys(written.get());
   key = pv::metadata::unescaped(allocator, parts.key.get());
   if (!key) return pv::signalError(kPVMetadataIdentifierError_BadKey);
   const size_t length = BRStringGetLengthUTF16(key.get());
   if (hasFourBytes ? length != 4 : length == 0)
     return pv::signalError(kPVMetadataIdentifierError_BadKeyLength);
+  if (hasFourBytes && !bytesOf(nullptr, key.get(), kBRStringEncodingWesternRoman))
+    return pv::signalError(kPVMetadataIdentifierError_BadKey);
   return kPVStatus_Success;
 }
 
@@ -80,8 +88,8 @@ PVStatus PVMetadataCreateKeyFromIdentifierAsBRData(BRAllocatorRef allocator, BRS
   String key;
   bool hasFourBytes = false;
   if (PVStatus status = splitKey(nullptr, identifier, key, hasFourBytes)) return status;
-  auto bytes = br::Ref<const BRData>::adopt(BRStringCreateData(
-      allocator, key.get(), hasFourBytes ? kBRStringEncodingWesternRoman : kBRStringEncodingUTF8));
+  Data bytes =
+      bytesOf(allocator, key.get(), hasFourBytes ? kBRStringEncodingWesternRoman : kBRStringEncodingUTF8);
   if (!bytes) return pv::signalError(kPVMetadataIdentifierError_CreationFailed);
   *keyOut = bytes.detach();
   return kPVStatus_Success;
@@ -103,8 +111,7 @@ PVStatus KivMetadataGetKeySpaceAsOSTypeFromIdentifier(BRStringRef identifier, PV
   if (PVStatus status = splitKeySpace(nullptr, identifier, keySpace)) return status;
   const bool isShort =
       BREqual(keySpace.get(), kPVMetadataKeySpace_ID3) || BREqual(keySpace.get(), kPVMetadataKeySpace_Icy);
-  const auto bytes = br::Ref<const BRData>::adopt(
-      BRStringCreateData(nullptr, keySpace.get(), kBRStringEncodingWesternRoman));
+  const Data bytes = bytesOf(nullptr, keySpace.get(), kBRStringEncodingWesternRoman);
   if (!bytes) return pv::signalError(kPVMetadataIdentifierError_BadKeySpace);
   PVFourCharCode code = 0;
   for (size_t i = 0; i < 4; ++i) {

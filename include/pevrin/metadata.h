@@ -65,8 +65,9 @@ PV_EXPORT PVStatus PVMetadataCreateIdentifierForKeyAndKeySpace(BRAllocatorRef al
  * are. */
 
 /* The key, with its escapes undone. In four-byte key spaces it is a string of four characters; in Western Roman they
- * are the four bytes. kPVMetadataIdentifierError_BadKey: "anon", which has none, a malformed escape, or memory that
- * ran out; _BadKeyLength: no key, or not one of four bytes where it should be. */
+ * are the four bytes. kPVMetadataIdentifierError_BadKey: "anon", which has none, a malformed escape, a character
+ * outside Western Roman there, or memory that ran out; _BadKeyLength: no key, or not one of four bytes where it should
+ * be. */
 PV_EXPORT PVStatus PVMetadataCreateKeyFromIdentifier(BRAllocatorRef allocator, BRStringRef identifier,
                                                      BRStringRef *keyOut);
 

@@ -150,10 +150,11 @@ TEST(MetadataIdentifier, WhatIsNoneIsTakenApartWithAnError) {
     const char* identifier;
     PVStatus key, keySpace;
   } cases[] = {
-      {"anon", -16302, 0},         {"udta", -16306, -16306},    {"/name", -16306, -16306},
-      {"abcde/k", -16306, -16306}, {"a%zz/k", -16306, -16306},  {"mdta/", -16303, 0},
-      {"mdta/%z", -16302, 0},      {"udta/%A9name", -16303, 0}, {"mdta/a/b", 0, 0},
-      {"", -16306, -16306},        {"%75dta/ab", -16303, 0},    {"id3%20/ab", -16303, 0},
+      {"anon", -16302, 0},         {"udta", -16306, -16306},      {"/name", -16306, -16306},
+      {"abcde/k", -16306, -16306}, {"a%zz/k", -16306, -16306},    {"mdta/", -16303, 0},
+      {"mdta/%z", -16302, 0},      {"udta/%A9name", -16303, 0},   {"mdta/a/b", 0, 0},
+      {"", -16306, -16306},        {"%75dta/ab", -16303, 0},      {"id3%20/ab", -16303, 0},
+      {"%61non/k", -16302, 0},     {"udta/\u4E2Dnam", -16302, 0},
   };
   for (const auto& c : cases) {
     String key, keySpace;
