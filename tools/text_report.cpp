@@ -198,10 +198,10 @@ class TextReport final : public Report {
     constexpr size_t kShownBytes = 24, kShownText = 200;
     const MetadataValue value = valueOf(item);
     if (const auto* text = std::get_if<std::string>(&value)) {
-      const bool isCut = text->size() > kShownText;
-      return fmt::format("\"{}\"{}",
-                         printable(isCut ? text->substr(0, text->find_last_of(' ', kShownText)) : *text),
-                         isCut ? fmt::format(" and more, {} bytes in all", text->size()) : "");
+      if (text->size() <= kShownText) return fmt::format("\"{}\"", printable(*text));
+      size_t end = kShownText;
+      while ((static_cast<uint8_t>((*text)[end]) & 0xC0) == 0x80) --end;  // not within a character
+      return fmt::format("\"{}\" and more, {} bytes in all", printable(text->substr(0, end)), text->size());
     }
     if (const auto* number = std::get_if<int64_t>(&value)) return fmt::format("{}", *number);
     if (const auto* number = std::get_if<uint64_t>(&value)) return fmt::format("{}", *number);

@@ -155,6 +155,9 @@ class Metadata(CommandTest):
     def test_large_values_are_cut_and_too_many_are_told(self):
         item, = self.items(movie(full("meta", 0, HDLR["mdir"], atom("ilst", atom("covr", value(13, bytes(100000)))))))[0]
         self.assertEqual((len(item["value"]), item["length"]), (2 * 65536, 100000))
+        name = ("a" + "\u2603" * 70).encode()  # 200 bytes end within a character
+        shown = pevrin("inspect", self.write(movie(full("meta", 0, HDLR["mdir"], atom("ilst", atom("\xa9nam", value(1, name))))))).stdout.decode()
+        self.assertIn(f'"a{chr(0x2603) * 66}" and more, 211 bytes in all\n', shown)
         many = atom("good", value(1, b"x")) * 5000
         items, errors = self.items(movie(full("meta", 0, HDLR["mdir"], atom("ilst", many))), 1)
         self.assertEqual((len(items), len(errors)), (4096, 1))
