@@ -246,6 +246,21 @@ def with_dependencies(data):
     return with_tables(data, change)
 
 
+def with_groups(data):
+    """Groups of two kinds; in one of them the samples at the beginning, in the middle and at the end are in none."""
+
+    def change(kind, whole):
+        if kind != "stsz":
+            return whole
+        runs = [(3, 0), (4, 1), (20, 0), (5, 2)]
+        gaps = full("sbgp", 0, b"prol", struct.pack(">I", len(runs)), *(struct.pack(">II", *run) for run in runs))
+        pairs = full("sbgp", 1, b"abcd", struct.pack(">II", 7, 2), struct.pack(">IIII", 10, 1, 40, 2))
+        entries = full("sgpd", 1, b"prol", struct.pack(">IIhh", 2, 2, -1, -2)), full("sgpd", 1, b"abcd", struct.pack(">IIHH", 2, 2, 1, 2))
+        return whole + b"".join(entries) + gaps + pairs
+
+    return with_tables(data, change)
+
+
 def with_late_edits(data):
     """Each edit begins 300 units of the track later."""
 
@@ -266,6 +281,7 @@ SPLICED = {
     "small-sizes-16.mp4": ("pyramid.mp4", with_small_sizes(16)),
     "dependencies.mp4": ("pyramid.mp4", with_dependencies),
     "within-a-frame.mp4": ("pyramid.mp4", with_late_edits),
+    "groups.mp4": ("pyramid.mp4", with_groups),
 }
 
 

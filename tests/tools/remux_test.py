@@ -5,6 +5,7 @@ import random
 import resource
 import shutil
 import signal
+import struct
 import subprocess
 import tempfile
 import time
@@ -12,6 +13,7 @@ import time
 import command
 import media
 from command import ROOT, CommandTest, pevrin
+from movies import read_atoms
 
 SAMPLE = os.path.join(ROOT, "samples", "clip.mp4")
 OTHER_WAYS = [("out.mp4", ["--faststart"]), ("out.mov", []), ("out.m4v", ["--fragment", "700ms"])]
@@ -70,6 +72,30 @@ def walk(atoms):
     for atom in atoms:
         yield atom
         yield from walk(atom.get("children", []))
+
+
+def groups_of(path):
+    """By track and grouping: the entry of each sample that an 'sbgp' counts, 0 for none at the end left off."""
+    with open(path, "rb") as file:
+        data = file.read()
+    groups, counted, track = {}, {}, 0
+
+    def word(one, index):
+        return int.from_bytes(data[one["offset"] + 8 + 4 * index:][:4], "big")
+
+    for one in walk(read_atoms(data)):
+        if one["type"] in ("tkhd", "tfhd"):
+            track = word(one, 3 if one["type"] == "tkhd" else 1)
+        elif one["type"] in ("stsz", "trun"):
+            first = counted.get(track, 0)
+            counted[track] = first + word(one, 2 if one["type"] == "stsz" else 1)
+        elif one["type"] == "sbgp":
+            version = data[one["offset"] + 8]
+            entries = groups.setdefault((track, *(word(one, 1 + i) for i in range(1 + version))), [])
+            entries += [0] * (first - len(entries))
+            for i in range(word(one, 2 + version)):
+                entries += [word(one, 4 + version + 2 * i)] * word(one, 3 + version + 2 * i)
+    return {key: entries[:1 + max(i for i, entry in enumerate(entries) if entry)] for key, entries in groups.items()}
 
 
 class Remux(CommandTest):
@@ -136,6 +162,43 @@ class Remux(CommandTest):
                 self.remux(source, target, *options)
                 self.assertEqual(times(target), times(source))
                 self.check_again(target, options)
+
+    def test_samples_stay_in_their_groups(self):
+        self.assertEqual(len(groups_of(media.path_of("groups.mp4"))), 5)  # two by hand in each track, one by ffmpeg
+        with tempfile.TemporaryDirectory() as folder:
+            for source in SAMPLE, media.path_of("groups.mp4"):
+                expected, pieces = groups_of(source), os.path.join(folder, "pieces.mp4")
+                self.remux(source, pieces, "--fragment", "500ms")
+                for way, options in [("same.mp4", []), *OTHER_WAYS]:
+                    for movie in source, pieces:
+                        target = os.path.join(folder, way)
+                        self.remux(movie, target, *options)
+                        self.assertEqual(groups_of(target), expected, (movie, way))
+                        self.check_again(target, options)
+
+    def test_tables_that_go_by_the_numbers_of_samples(self):
+        """They go along where all tables do; elsewhere it is told what is lost, and refused what must not be."""
+        def renamed(source, name, old, new):
+            with open(source, "rb") as one, open(name, "wb") as other:
+                other.write(one.read().replace(old, new))
+            return name
+        with tempfile.TemporaryDirectory() as folder:
+            source, pieces, target = media.path_of("groups.mp4"), os.path.join(folder, "pieces.mp4"), os.path.join(folder, "out.mp4")
+            self.remux(source, pieces, "--fragment", "500ms")
+            numbered = renamed(source, os.path.join(folder, "numbered.mp4"), b"sbgp", b"stps")
+            self.remux(numbered, target)
+            self.assertIn("stps", [atom["type"] for atom in walk(pevrin("inspect", "--json", target).json["atoms"])])
+            entries = b"prol" + struct.pack(">IIIII", 4, 3, 0, 4, 1)
+            local = renamed(pieces, os.path.join(folder, "local.mp4"), entries, entries[:-4] + struct.pack(">I", 0x10001))
+            for movie, lost, options in (local, "'prol' groups", []), (numbered, "'stps'", ["--fragment", "1s"]):
+                result = pevrin("remux", movie, target, *options)
+                self.assertEqual((result.status, result.stderr), (0, "".join(
+                    f"pevrin: {target}: track {track} is written without its {lost}\n" for track in (1, 2))))
+                self.assertNotIn((1, int.from_bytes(b"prol", "big")), groups_of(target))
+            for lost in b"saiz", b"senc":
+                result = pevrin("remux", renamed(pieces, os.path.join(folder, "secret.mp4"), b"sbgp", lost), target)
+                self.assertEqual(result.status, 2)
+                self.assertIn("auxiliary information", result.stderr)
 
     def test_tags_and_unknown_atoms_go_along(self):
         def tags(path):

@@ -65,7 +65,7 @@ std::optional<Fault> Fragments::readDefaults(const KivAtomStream* stream) {
   return std::nullopt;
 }
 
-std::optional<Fault> Fragments::readHeader(const KivAtomStream* stream) {
+std::optional<Fault> Fragments::readHeader(const KivAtomStream* stream, std::span<const MovieTrack> tracks) {
   AtomFields fields;
   if (auto fault = readFields(stream, fields, 0, 4, [](uint32_t flags) -> size_t {
         return (flags & kBaseDataOffset ? 8 : 0) +
@@ -77,6 +77,7 @@ std::optional<Fault> Fragments::readHeader(const KivAtomStream* stream) {
   const auto track = tracks_.find(id);
   if (track == tracks_.end()) return Fault{kMalformed, fmt::format("there is no track {}", id)};
   track_ = track->second;
+  firstSample_ = tracks[*track_].tables.sampleCount + tracks[*track_].runSamples;
   if (const auto found = defaults_.find(id); found != defaults_.end())
     current_ = found->second;
   else
@@ -186,6 +187,7 @@ std::optional<Fault> Fragments::place(FragmentRun& run, const AtomFields& fields
     dataEnd_ = MovieSample::kNowhere;
   track.runEntries.keep(run.count * run.entryBytes());
   track.runs.push_back(run);
+  track.runSamples += run.count;
   if (dataEnd_ >= 0 && dataEnd_ <= fileSize_) return std::nullopt;
   if (run.offset < 0)
     return Fault{kKivAtomStreamError_NotEnoughData, "its samples begin at no place that a file has"};

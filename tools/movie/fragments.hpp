@@ -29,11 +29,16 @@ class Fragments {
   void beginMovieFragment(int64_t offset);
   void beginTrackFragment();
   std::optional<Fault> readDefaults(const KivAtomStream* stream);  // trex
-  std::optional<Fault> readHeader(const KivAtomStream* stream);    // tfhd
+  std::optional<Fault> readHeader(const KivAtomStream* stream,
+                                  std::span<const MovieTrack> tracks);  // tfhd
   std::optional<Fault> readDecodeTime(const KivAtomStream* stream,
                                       std::span<const MovieTrack> tracks);  // tfdt
   // bytesLeft bounds samples that have no entry each, as for SampleTables::settle.
   std::optional<Fault> readRun(const KivAtomStream* stream, std::span<MovieTrack> tracks, int64_t& bytesLeft);
+
+  // That of the current 'traf', once there was its 'tfhd'; its first sample.
+  MovieTrack* currentTrack(std::span<MovieTrack> tracks) const { return track_ ? &tracks[*track_] : nullptr; }
+  uint64_t firstSample() const { return firstSample_; }
 
  private:
   struct Defaults {
@@ -54,4 +59,5 @@ class Fragments {
   std::optional<size_t> track_;
   Defaults current_;
   int64_t base_ = 0;
+  uint64_t firstSample_ = 0;
 };

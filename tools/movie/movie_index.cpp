@@ -11,6 +11,9 @@
 namespace {
 
 constexpr auto moov = fourCC("moov"), moof = fourCC("moof"), traf = fourCC("traf"), stbl = fourCC("stbl");
+// The 'uuid' atom that stood for 'senc' before there was one.
+constexpr std::array<uint8_t, 16> kSampleEncryption = {0xA2, 0x39, 0x4F, 0x52, 0x5A, 0x9B, 0x4F, 0x14,
+                                                       0xA2, 0x44, 0x6C, 0x42, 0x7C, 0x64, 0x8D, 0xF4};
 constexpr std::array kTablesPlace = {moov, fourCC("trak"), fourCC("mdia"), fourCC("minf"), stbl};
 
 }  // namespace
@@ -26,7 +29,6 @@ void MovieIndex::noteAtom(const Atom& atom, const KivAtomStream* stream, AtomWal
     if (types.size() == 3 && types[1] == fourCC("mvex") && atom.type == fourCC("trex") && stream)
       fault = fragments_.readDefaults(stream);
     tracks_.resize(facts.tracks().size());
-    places_.resize(tracks_.size());
     if (types.size() >= kTablesPlace.size() && types.size() <= kTablesPlace.size() + 1 &&
         std::ranges::equal(types.first(kTablesPlace.size()), kTablesPlace))
       noteTable(atom, stream, walk, damages);
@@ -37,11 +39,11 @@ void MovieIndex::noteAtom(const Atom& atom, const KivAtomStream* stream, AtomWal
 void MovieIndex::noteTable(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk,
                            std::vector<Damage>& damages) {
   if (settled_ == tracks_.size()) return;  // a movie header behind its fragments
-  Places& places = places_.back();
-  if (std::ranges::find(places, atom.type, &Places::value_type::first) == places.end())
-    places.emplace_back(atom.type, atom.offset);
+  MovieTrack& track = tracks_.back();
+  track.tableAtoms.try_emplace(atom.type, atom.offset);
   if (atom.type == stbl) return;
-  if (auto fault = tracks_.back().tables.read(atom.type, stream))
+  const bool isGroups = atom.type == fourCC("sbgp") && stream;
+  if (auto fault = isGroups ? track.groups.read(stream, 0) : track.tables.read(atom.type, stream))
     damages.push_back({walk.path(), atom.offset, fault->status, std::move(fault->message)});
 }
 
@@ -49,9 +51,13 @@ std::optional<Fault> MovieIndex::noteFragment(const Atom& atom, const KivAtomStr
   if (depth == 1) fragments_.beginMovieFragment(atom.offset);
   if (depth == 2 && atom.type == traf) fragments_.beginTrackFragment();
   if (depth != 3 || !stream) return std::nullopt;
-  if (atom.type == fourCC("tfhd")) return fragments_.readHeader(stream);
+  if (atom.type == fourCC("tfhd")) return fragments_.readHeader(stream, tracks_);
   if (atom.type == fourCC("tfdt")) return fragments_.readDecodeTime(stream, tracks_);
   if (atom.type == fourCC("trun")) return fragments_.readRun(stream, tracks_, bytesLeft_);
+  if (MovieTrack* track = fragments_.currentTrack(tracks_)) {
+    track->fragmentAtoms.insert(atom.uuid == kSampleEncryption ? fourCC("senc") : atom.type);
+    if (atom.type == fourCC("sbgp")) return track->groups.read(stream, fragments_.firstSample());
+  }
   return std::nullopt;
 }
 
@@ -72,13 +78,13 @@ void MovieIndex::settle(const MovieFacts& facts, std::vector<Damage>& damages) {
 std::pair<std::string, int64_t> MovieIndex::placeOf(size_t track, PVFourCharCode type) const {
   std::string path = tracks_.size() > 1 ? fmt::format("moov/trak[{}]/mdia/minf/stbl", track + 1)
                                         : "moov/trak/mdia/minf/stbl";
-  const Places& places = places_[track];
-  const auto found = std::ranges::find(places, type, &Places::value_type::first);
-  if (found == places.end() || type == stbl) return {path, places.empty() ? 0 : places.front().second};
-  return {path + "/" + typeText(type), found->second};
+  const auto& places = tracks_[track].tableAtoms;
+  if (const auto found = places.find(type); found != places.end() && type != stbl)
+    return {path + "/" + typeText(type), found->second};
+  const auto table = places.find(stbl);
+  return {path, table == places.end() ? 0 : table->second};
 }
 
 std::pair<std::string, int64_t> MovieIndex::chunkTableOf(size_t track) const {
-  const auto isWide = [](const Places::value_type& place) { return place.first == fourCC("co64"); };
-  return placeOf(track, std::ranges::any_of(places_[track], isWide) ? fourCC("co64") : fourCC("stco"));
+  return placeOf(track, tracks_[track].tableAtoms.contains(fourCC("co64")) ? fourCC("co64") : fourCC("stco"));
 }

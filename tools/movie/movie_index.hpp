@@ -36,9 +36,6 @@ class MovieIndex {
   std::pair<std::string, int64_t> chunkTableOf(size_t track) const;
 
  private:
-  // Offsets of a track's tables, that of the 'stbl' first.
-  using Places = std::vector<std::pair<PVFourCharCode, int64_t>>;
-
   void noteTable(const Atom& atom, const KivAtomStream* stream, AtomWalk& walk, std::vector<Damage>& damages);
   std::optional<Fault> noteFragment(const Atom& atom, const KivAtomStream* stream, size_t depth);
   void settle(const MovieFacts& facts, std::vector<Damage>& damages);
@@ -46,6 +43,5 @@ class MovieIndex {
   int64_t bytesLeft_;  // what samples without an entry of their own may still take
   Fragments fragments_;
   std::vector<MovieTrack> tracks_;
-  std::vector<Places> places_;
   size_t settled_ = 0;
 };

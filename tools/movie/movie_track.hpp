@@ -2,9 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
+#include "sample_groups.hpp"
 #include "sample_tables.hpp"
 
 // What is said of a sample (ISO/IEC 14496-12 8.6.4). Each is 2 bits: 0 for unknown, 1 for yes, 2 for no,
@@ -82,7 +85,13 @@ struct MovieTrack {
   bool inChunks = false;
   std::vector<Packing> packings;  // by description from 1
   std::vector<FragmentRun> runs;
-  EntryStore runEntries;  // as they stand in the file
+  EntryStore runEntries;    // as they stand in the file
+  uint64_t runSamples = 0;  // of all runs
+  SampleGroups groups;
+  // The types of the atoms in its 'stbl', and that itself, each with the offset of the first; and of those in
+  // its 'traf's.
+  std::map<PVFourCharCode, int64_t> tableAtoms;
+  std::set<PVFourCharCode> fragmentAtoms;
 
   // In QuickTime files a size of 1 in the tables leaves it to the description how large samples are.
   Packing packingOf(uint32_t description) const {

@@ -5,6 +5,7 @@
 
 #include "atom_output.hpp"
 #include "atom_type.hpp"
+#include "other_tables.hpp"
 
 namespace {
 
@@ -106,6 +107,8 @@ void FragmentWriter::writeTrack(KivAtomWriter& moof, size_t track, const std::ve
       writeAtom(traf, fourCC("tfhd"), header);
       writeAtom(traf, fourCC("tfdt"), time.u32(0x01000000).u64(static_cast<uint64_t>(run.front().decode)));
       same ? writeRunOfAlike(traf, *same, dataOffset) : writeRun(traf, run, dataOffset);
+      writeGroups(traf, places.groups, run.front().index,
+                  run.back().index + run.back().count - run.front().index);
     });
     dataOffset += bytesOf(run);
   }

@@ -1,26 +1,16 @@
 #include "movie_header.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <string_view>
 
 #include "atom_output.hpp"
 #include "atom_type.hpp"
+#include "other_tables.hpp"
 
 namespace {
 
 constexpr const char* kUnwritable = "the output cannot be written";
-
-// The tables that are made anew.
-constexpr std::array kSampleTables = {fourCC("stts"), fourCC("ctts"), fourCC("stss"),
-                                      fourCC("sdtp"), fourCC("stsc"), fourCC("stsz"),
-                                      fourCC("stz2"), fourCC("stco"), fourCC("co64")};
-
-template <size_t kCount>
-bool contains(const std::array<PVFourCharCode, kCount>& types, PVFourCharCode type) {
-  return std::ranges::find(types, type) != types.end();
-}
 
 // A count of units in other units, rounded up so that nothing is cut off.
 uint64_t rescaled(uint64_t value, uint32_t from, uint32_t to) {
@@ -226,7 +216,7 @@ class HeaderWriter {
   }
 
   void writeTables(KivAtomWriter& minf, const KivAtomStream& input) {
-    const bool plainToPlain = !plan_.fragmented && !hadFragments(track_);
+    const bool copied = areTablesCopied(plan_.movie, track_, plan_.fragmented);
     writeAtom(minf, fourCC("stbl"), [&](KivAtomWriter& stbl) {
       forEachChild(input, [&](const KivAtomStream& child) {
         if (child.currentAtomType == fourCC("stsd")) writeDescriptions(stbl, child);
@@ -237,13 +227,11 @@ class HeaderWriter {
         tables().write(stbl, plan_.mediaOffset, plan_.wide, plan_.family == Family::QuickTime);
       forEachChild(input, [&](const KivAtomStream& child) {
         const PVFourCharCode type = child.currentAtomType;
-        if (type == fourCC("saio") || type == fourCC("saiz"))
-          throw RemuxFailure(fmt::format(
-              "track {} has auxiliary information with its samples, which would be lost", track_ + 1));
-        if (type == fourCC("stsd") || contains(kSampleTables, type)) return;
         // The other tables go by the numbers of samples, or describe groups of them.
-        if (plainToPlain || type == fourCC("sgpd")) copyAtom(stbl, child);
+        if (!isMadeAnew(type) && (copied || type == fourCC("sgpd"))) copyAtom(stbl, child);
       });
+      if (!copied && !plan_.fragmented)
+        writeGroups(stbl, plan_.movie.index().tracks()[track_].groups, 0, tables().sampleCount());
     });
   }
 

@@ -17,6 +17,7 @@
 #include "media_writer.hpp"
 #include "movie/media_map.hpp"
 #include "movie_header.hpp"
+#include "other_tables.hpp"
 #include "output_family.hpp"
 #include "output_file.hpp"
 #include "track_tables.hpp"
@@ -48,6 +49,7 @@ class Remux {
       if (track.inChunks && !track.runs.empty())
         throw RemuxFailure(
             fmt::format("track {} has uncompressed sound both in tables and in fragments", i + 1));
+      leftOut_.push_back(leftOut(movie, i, options.fragment.has_value()));
       sources_.push_back({&track, *movie.facts().tracks()[i].timescale});
       tables_.emplace_back(track);
     }
@@ -63,6 +65,12 @@ class Remux {
     else
       writePlain(output, media);
     carryOver(output);
+  }
+
+  void tellWhatIsLeftOut(const std::string& output) const {
+    for (size_t i = 0; i < leftOut_.size(); ++i)
+      if (!leftOut_[i].empty())
+        complain(output, fmt::format("track {} is written without its {}", i + 1, leftOut_[i]));
   }
 
  private:
@@ -142,6 +150,7 @@ class Remux {
   const RemuxOptions& options_;
   std::vector<Interleaver::Source> sources_;
   std::vector<TrackTables> tables_;
+  std::vector<std::string> leftOut_;  // by track
   uint64_t totalBytes_ = 0;
 };
 
@@ -162,6 +171,7 @@ void write(const Source& source, Family family, const RemuxOptions& options, con
   OutputFile target(output);
   work.write(target);
   target.commit();
+  work.tellWhatIsLeftOut(output);
 }
 
 ExitStatus remuxMovie(const InputFile& file, const std::string& input, Family family,
