@@ -1,5 +1,6 @@
 // The movie reader: any bytes are a movie. Samples that are told must have been worth the bytes, and the
-// times must be in order when they are given out in order; values of metadata are in the bytes.
+// times must be in order when they are given out in order, as must groups; values of metadata are in the
+// bytes.
 #include <kiv/byte_stream.h>
 
 #include <bedra/ref.hpp>
@@ -46,6 +47,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (timescale <= 0) continue;
     const EditMap edits(reader.facts.tracks()[i].edits, reader.facts.timescale(), timescale);
     const MovieTrack& track = reader.index.tracks()[i];
+    for (const auto& [grouping, members] : track.groups.groupings()) {
+      uint64_t end = 0;
+      for (const SampleGroups::Run& run : members.runs) {
+        if (run.first < end || run.count == 0) std::abort();
+        end = run.first + run.count;
+      }
+    }
     UpcomingTimes upcoming(track, edits);
     SampleCursor cursor(track);
     MovieSample sample;
