@@ -163,6 +163,28 @@ class Remux(CommandTest):
                 self.assertEqual(times(target), times(source))
                 self.check_again(target, options)
 
+    def test_a_piece_from_the_middle_of_a_recording(self):
+        """Its tracks begin late, and not together. A gap of the output is a number of its milliseconds."""
+        def shown(path):
+            return [[one["presentation"]["value"] / one["presentation"]["timescale"] for one in track["samples"]]
+                    for track in pevrin("inspect", "--samples", "--json", path).json["tracks"]]
+        data = media.bytes_of("jumping.mp4")
+        fragments = [one["offset"] for one in read_atoms(data) if one["type"] == "moof"]
+        with tempfile.TemporaryDirectory() as folder:
+            source = os.path.join(folder, "piece.mp4")
+            with open(source, "wb") as file:
+                file.write(data[:fragments[0]] + data[fragments[20]:])
+            first = [times[0] for times in shown(source)]
+            self.assertGreater(min(first), 0.3)
+            self.assertNotEqual(first[0], first[1])
+            for way, options in [("out.mp4", []), *OTHER_WAYS]:
+                target = os.path.join(folder, way)
+                self.remux(source, target, *options)
+                for one, other in zip(shown(target), shown(source), strict=True):
+                    self.assertEqual(len(one), len(other))
+                    self.assertLess(max(abs(a - b) for a, b in zip(one, other)), 0.001)
+                self.check_again(target, options)
+
     def test_samples_stay_in_their_groups(self):
         self.assertEqual(len(groups_of(media.path_of("groups.mp4"))), 5)  # two by hand in each track, one by ffmpeg
         with tempfile.TemporaryDirectory() as folder:

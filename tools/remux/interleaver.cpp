@@ -8,14 +8,16 @@ void Interleaver::Track::advance() {
 
 Interleaver::Interleaver(const std::vector<Source>& sources) {
   for (const Source& source : sources) {
-    tracks_.push_back({SampleCursor(*source.samples), source.timescale, std::nullopt});
-    tracks_.back().advance();
+    tracks_.push_back({SampleCursor(*source.samples), source.timescale, std::nullopt, source.start});
+    Track& track = tracks_.back();
+    track.advance();
+    if (track.upcoming) track.shift -= track.upcoming->decode;
   }
 }
 
 bool Interleaver::isEarlier(const Track& one, const Track& other) {
-  return static_cast<__int128>(one.upcoming->decode) * other.timescale <
-         static_cast<__int128>(other.upcoming->decode) * one.timescale;
+  return (one.upcoming->decode + one.shift) * other.timescale <
+         (other.upcoming->decode + other.shift) * one.timescale;
 }
 
 bool Interleaver::next(OutputChunk& chunk) {

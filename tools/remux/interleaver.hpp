@@ -15,13 +15,14 @@ struct OutputChunk {
 };
 
 // Gives out the samples of all tracks in decoding order, half a second of a track at a time, always of the
-// track whose next sample is decoded first. The same movie gives the same chunks each time, also when it was
-// written in them.
+// track whose next sample is decoded first on the movie's timeline. The same movie gives the same chunks each
+// time, also when it was written in them.
 class Interleaver {
  public:
   struct Source {
     const MovieTrack* samples;
     uint32_t timescale;
+    int64_t start;  // where the first sample is decoded on the movie's timeline
   };
   explicit Interleaver(const std::vector<Source>& sources);
 
@@ -33,6 +34,7 @@ class Interleaver {
     SampleCursor cursor;
     uint32_t timescale;
     std::optional<MovieSample> upcoming;
+    __int128 shift;  // from decoding times to the movie's timeline
     void advance();
   };
   static bool isEarlier(const Track& one, const Track& other);

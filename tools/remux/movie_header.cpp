@@ -7,16 +7,11 @@
 #include "atom_output.hpp"
 #include "atom_type.hpp"
 #include "other_tables.hpp"
+#include "output_edits.hpp"
 
 namespace {
 
 constexpr const char* kUnwritable = "the output cannot be written";
-
-// A count of units in other units, rounded up so that nothing is cut off.
-uint64_t rescaled(uint64_t value, uint32_t from, uint32_t to) {
-  if (from == 0) return 0;
-  return static_cast<uint64_t>((static_cast<unsigned __int128>(value) * to + from - 1) / from);
-}
 
 // Writes the header, one track after the other.
 class HeaderWriter {
@@ -59,32 +54,10 @@ class HeaderWriter {
     return duration ? duration : rescaled(media, said.timescale.value_or(0), movieTimescale());
   }
 
-  // The edits of the output. Where fragments began later than at 0, the media of the output begin earlier by
-  // that much; an edit to the end of all fragments gets its length.
   std::vector<Edit> editsOf(size_t track) const {
-    const TrackFacts& said = plan_.movie.facts().tracks()[track];
-    std::vector<Edit> edits = said.edits;
-    if (plan_.fragmented || !hadFragments(track)) return edits;
     const TrackTables& tables = plan_.tables[track];
-    const uint32_t timescale = said.timescale.value_or(0);
-    const auto gap = [&](int64_t length) {
-      return Edit{rescaled(static_cast<uint64_t>(length), timescale, movieTimescale()), -1, 0x10000};
-    };
-    const int64_t first = tables.firstDecode();
-    if (edits.empty() && first > 0) edits = {Edit{0, 0, 0x10000}};
-    for (size_t i = 0; i < edits.size(); ++i) {
-      if (edits[i].mediaTime < 0) continue;
-      edits[i].mediaTime -= first;
-      if (edits[i].mediaTime < 0) {
-        edits.insert(edits.begin() + static_cast<std::ptrdiff_t>(i), gap(-edits[i].mediaTime));
-        edits[++i].mediaTime = 0;
-      }
-      if (edits[i].segmentDuration == 0 && i + 1 == edits.size())
-        edits[i].segmentDuration =
-            rescaled(static_cast<uint64_t>(std::max<int64_t>(0, tables.shownEnd() - edits[i].mediaTime)),
-                     timescale, movieTimescale());
-    }
-    return edits;
+    if (plan_.fragmented) return plan_.movie.facts().tracks()[track].edits;
+    return outputEdits(plan_.movie, track, tables.firstDecode(), tables.shownEnd());
   }
 
   // Copies a header atom, with another duration if it changes. offset0, offset1: of the duration in versions

@@ -18,6 +18,7 @@
 #include "movie/media_map.hpp"
 #include "movie_header.hpp"
 #include "other_tables.hpp"
+#include "output_edits.hpp"
 #include "output_family.hpp"
 #include "output_file.hpp"
 #include "track_tables.hpp"
@@ -50,7 +51,9 @@ class Remux {
         throw RemuxFailure(
             fmt::format("track {} has uncompressed sound both in tables and in fragments", i + 1));
       leftOut_.push_back(leftOut(movie, i, options.fragment.has_value()));
-      sources_.push_back({&track, *movie.facts().tracks()[i].timescale});
+      MovieSample first;
+      const int64_t decode = SampleCursor(track).next(first) ? first.decode : 0;
+      sources_.push_back({&track, *movie.facts().tracks()[i].timescale, startByEdits(movie, i, decode)});
       tables_.emplace_back(track);
     }
     planTables();
