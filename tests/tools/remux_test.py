@@ -13,7 +13,7 @@ import time
 import command
 import media
 from command import ROOT, CommandTest, pevrin
-from movies import read_atoms
+from movies import atom, full, hdlr, read_atoms
 
 SAMPLE = os.path.join(ROOT, "samples", "clip.mp4")
 OTHER_WAYS = [("out.mp4", ["--faststart"]), ("out.mov", []), ("out.m4v", ["--fragment", "700ms"])]
@@ -221,6 +221,34 @@ class Remux(CommandTest):
                 result = pevrin("remux", renamed(pieces, os.path.join(folder, "secret.mp4"), b"sbgp", lost), target)
                 self.assertEqual(result.status, 2)
                 self.assertIn("auxiliary information", result.stderr)
+
+    def test_atoms_behind_the_movie(self):
+        """Items point into the file, events belong to fragments; anything else goes along, whatever its size."""
+        with open(SAMPLE, "rb") as file:
+            movie = file.read()
+        with tempfile.TemporaryDirectory() as folder:
+            source, target = os.path.join(folder, "source.mp4"), os.path.join(folder, "out.mp4")
+
+            def remux_with(last, **options):
+                with open(source, "wb") as file:
+                    file.write(movie + last)
+                    if "size" in options:
+                        file.truncate(len(movie) + options.pop("size"))
+                done = subprocess.run([command.PEVRIN, "remux", source, target], capture_output=True, text=True, **options)
+                return done.returncode, done.stderr.replace(target, "OUT")
+
+            for version, count, items in ((0, b"\0\1", True), (1, b"\0\0", False), (2, b"\0\0\0\1", True), (2, bytes(4), False)):
+                places = full("iloc", version, b"\x44\0", count)
+                for meta in full("meta", 0, hdlr("pict"), places), atom("meta", hdlr("pict"), places):
+                    message = "pevrin: OUT: the movie has items in a 'meta', whose places in the file would be wrong\n"
+                    self.assertEqual(remux_with(meta), (2, message) if items else (0, ""))
+            self.assertEqual(remux_with(full("emsg", 0, bytes(20))),
+                             (0, "pevrin: OUT: the events of the fragments, 'emsg', are left out\n"))
+            size = 200 << 20
+            self.assertEqual(remux_with(atom("abcd", size=size), size=size, preexec_fn=lambda: resource.setrlimit(
+                resource.RLIMIT_DATA, (size // 2, size // 2))), (0, ""))
+            last = pevrin("inspect", "--json", target).json["atoms"][-1]
+            self.assertEqual((last["type"], last["size"]), ("abcd", size))
 
     def test_tags_and_unknown_atoms_go_along(self):
         def tags(path):

@@ -1,6 +1,11 @@
 #include "atom_output.hpp"
 
+#include <algorithm>
+#include <array>
 #include <bedra/ref.hpp>
+
+#include "atom_type.hpp"
+#include "movie/big_endian.hpp"
 
 namespace {
 
@@ -24,8 +29,28 @@ std::vector<uint8_t> readAtomData(const KivAtomStream& stream) {
   return bytes;
 }
 
+void checkItems(const KivAtomStream& stream) {
+  if (stream.currentAtomType != fourCC("meta") || stream.currentAtomDataLength < 8) return;
+  std::array<uint8_t, 4> type{};
+  check(KivAtomStreamReadCurrentAtomData(&stream, 4, type.size(), type.data()), "the input cannot be read");
+  const bool quickTime = bigEndian32(type.data()) == fourCC("hdlr");  // without version and flags
+  forEachChild(
+      stream,
+      [](const KivAtomStream& child) {
+        if (child.currentAtomType != fourCC("iloc")) return;
+        const std::vector<uint8_t> places = readAtomData(child);
+        const size_t end = !places.empty() && places[0] >= 2 ? 10 : 8;  // of the number of items
+        if (places.size() >= end &&
+            std::any_of(places.begin() + 6, places.begin() + static_cast<ptrdiff_t>(end),
+                        [](uint8_t byte) { return byte != 0; }))
+          throw RemuxFailure("the movie has items in a 'meta', whose places in the file would be wrong");
+      },
+      quickTime ? 0 : 4);
+}
+
 void copyAtom(KivAtomWriter& parent, const KivAtomStream& stream) {
   checkSize(stream);
+  checkItems(stream);
   br::Ref<PVBlockBuffer> atom;
   check(KivAtomStreamReadCurrentAtomAndCreateBBuf(&stream, atom.out()), "the input cannot be read");
   check(KivAtomWriterAppendBlockBufferData(&parent, atom.get()), "the output cannot be written");

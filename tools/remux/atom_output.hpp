@@ -76,6 +76,10 @@ inline void writeAtom(KivAtomWriter& parent, PVFourCharCode type, const Fields& 
 // The data of the atom that a stream stands on.
 std::vector<uint8_t> readAtomData(const KivAtomStream& stream);
 
+// Throws when the atom is a 'meta' with items (ISO/IEC 14496-12 8.11.3): they may stand anywhere in the
+// input, which the output has in other places.
+void checkItems(const KivAtomStream& stream);
+
 // Copies the atom that the stream stands on, header and all, into an atom.
 void copyAtom(KivAtomWriter& parent, const KivAtomStream& stream);
 

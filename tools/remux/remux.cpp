@@ -71,6 +71,8 @@ class Remux {
   }
 
   void tellWhatIsLeftOut(const std::string& output) const {
+    if (std::ranges::find(movie_.atoms(), fourCC("emsg"), &Atom::type) != movie_.atoms().end())
+      complain(output, "the events of the fragments, 'emsg', are left out");
     for (size_t i = 0; i < leftOut_.size(); ++i)
       if (!leftOut_[i].empty())
         complain(output, fmt::format("track {} is written without its {}", i + 1, leftOut_[i]));
@@ -134,10 +136,17 @@ class Remux {
   void carryOver(OutputFile& output) {
     for (const Atom& atom : movie_.atoms()) {
       if (std::ranges::find(kNotCarried, atom.type) != kNotCarried.end()) continue;
-      br::Ref<PVBlockBuffer> bytes;
-      const KivAtomStream stream = streamAt(movie_, atom);
-      check(KivAtomStreamReadCurrentAtomAndCreateBBuf(&stream, bytes.out()), "the input cannot be read");
-      output.append(bytes.get());
+      checkItems(streamAt(movie_, atom));
+      std::vector<uint8_t> piece(size_t{1} << 20);
+      const int64_t end = atom.offset + atom.size;
+      for (int64_t at = atom.offset; at < end; at += static_cast<int64_t>(piece.size())) {
+        piece.resize(static_cast<size_t>(std::min<int64_t>(end - at, std::ssize(piece))));
+        size_t count = 0;
+        check(KivByteStreamRead(movie_.stream(), at, piece.size(), piece.data(), &count),
+              "the input cannot be read");
+        if (count < piece.size()) throw RemuxFailure("the input has become shorter");
+        check(KivByteStreamAppend(output.stream(), piece.data(), count), "the output cannot be written");
+      }
     }
   }
 
