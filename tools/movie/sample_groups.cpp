@@ -1,5 +1,7 @@
 #include "sample_groups.hpp"
 
+#include <fmt/format.h>
+
 #include "table.hpp"
 
 namespace {
@@ -22,6 +24,9 @@ std::optional<Fault> SampleGroups::read(const KivAtomStream* stream, uint64_t fi
     grouping.parameter = fields.u32(4);
     at = 8;
   }
+  if (groupings_.size() == kMostGroupings && !groupings_.contains(grouping))
+    return Fault{kKivAtomStreamError_MalformedAtom,
+                 fmt::format("the track's samples are grouped in more than {} ways", kMostGroupings)};
   Table entries;
   auto fault = entries.read(stream, static_cast<int64_t>(4 + at + 4), fields.u32(at), 64);
   auto& [runs, inFragments] = groupings_[grouping];

@@ -30,6 +30,9 @@ class SampleGroups {
     bool inFragments = false;  // an entry is one of an 'sgpd' in the same fragment: it is above 0x10000
   };
 
+  // Each is looked at for each fragment that is written. Movies have a few.
+  static constexpr size_t kMostGroupings = 64;
+
   // An atom whose first sample is that one. It counts instead of what was said before of samples from there
   // on.
   std::optional<Fault> read(const KivAtomStream* stream, uint64_t firstSample);

@@ -137,7 +137,7 @@ class Remux {
     for (const Atom& atom : movie_.atoms()) {
       if (std::ranges::find(kNotCarried, atom.type) != kNotCarried.end()) continue;
       checkItems(streamAt(movie_, atom));
-      std::vector<uint8_t> piece(size_t{1} << 20);
+      std::vector<uint8_t> piece(static_cast<size_t>(std::min<int64_t>(atom.size, int64_t{1} << 20)));
       const int64_t end = atom.offset + atom.size;
       for (int64_t at = atom.offset; at < end; at += static_cast<int64_t>(piece.size())) {
         piece.resize(static_cast<size_t>(std::min<int64_t>(end - at, std::ssize(piece))));
