@@ -13,12 +13,12 @@ constexpr std::array kMadeAnew = {fourCC("stsd"), fourCC("stts"), fourCC("ctts")
                                   fourCC("sdtp"), fourCC("stsc"), fourCC("stsz"), fourCC("stz2"),
                                   fourCC("stco"), fourCC("co64")};
 
-// The same for fragments; groups, and what can be told from the samples' times, or says nothing.
+// Not lost either: what fragments have instead, groups, and what says nothing that the samples do not.
 constexpr std::array kNotMissed = {fourCC("stbl"), fourCC("tfhd"), fourCC("tfdt"),
                                    fourCC("trun"), fourCC("sgpd"), fourCC("sbgp"),
                                    fourCC("cslg"), fourCC("free"), fourCC("skip")};
 
-// Where the bytes of samples are encrypted, and how.
+// Where samples are encrypted, and how.
 constexpr std::array kAuxiliary = {fourCC("saio"), fourCC("saiz"), fourCC("senc")};
 
 template <size_t kCount>
