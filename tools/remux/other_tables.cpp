@@ -18,6 +18,9 @@ constexpr std::array kNotMissed = {fourCC("stbl"), fourCC("tfhd"), fourCC("tfdt"
                                    fourCC("trun"), fourCC("sgpd"), fourCC("sbgp"),
                                    fourCC("cslg"), fourCC("free"), fourCC("skip")};
 
+// Of what is left out.
+constexpr size_t kMostNamed = 10;
+
 // Where samples are encrypted, and how.
 constexpr std::array kAuxiliary = {fourCC("saio"), fourCC("saiz"), fourCC("senc")};
 
@@ -73,11 +76,14 @@ std::string leftOut(const MovieFile& movie, size_t track, bool fragmented) {
   if (copied) return {};
   std::erase_if(types, [](PVFourCharCode type) { return isMadeAnew(type) || contains(kNotMissed, type); });
   std::string text;
+  size_t count = 0;
   const auto add = [&](PVFourCharCode type, const char* what) {
-    text += fmt::format("{}'{}'{}", text.empty() ? "" : ", ", typeText(type), what);
+    if (++count <= kMostNamed)
+      text += fmt::format("{}'{}'{}", text.empty() ? "" : ", ", typeText(type), what);
   };
   for (PVFourCharCode type : types) add(type, "");
   for (const auto& [grouping, members] : samples.groups.groupings())
     if (members.inFragments) add(grouping.type, " groups");
+  if (count > kMostNamed) text += fmt::format(" and {} more", count - kMostNamed);
   return text;
 }
